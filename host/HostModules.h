@@ -1,0 +1,16 @@
+// Registration of the engine's modules and helpers into the interpreter.
+#pragma once
+
+#include "script/Variable.h"
+
+namespace orvane {
+
+void registerFunctions();
+void registerGlobalHelpers();
+Variable makeOrvaneModule();
+
+// The button of the rectangles of Orvane.pushButton under a point, 0 for none.
+int32_t checkbounds(int32_t x, int32_t y, const std::vector<struct buttonVec>& list);
+int32_t calculateChecksum(const std::string& text);
+
+}  // namespace orvane

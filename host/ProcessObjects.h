@@ -1,0 +1,24 @@
+// The process-wide objects, constructed before main in the order of ProcessObjects.cpp.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "script/OrvaneScript.h"
+
+namespace orvane {
+
+// A virtual button rectangle of Orvane.pushButton.
+struct buttonVec {
+    int32_t x1, x2, y1, y2, result;
+};
+
+extern OrvaneScript engine;
+extern std::string path;
+extern std::vector<buttonVec> buttons;
+extern std::chrono::system_clock::time_point wtime;
+extern std::chrono::system_clock::time_point gtime;
+
+}  // namespace orvane

@@ -1,0 +1,210 @@
+// The three assignment shapes: one target, several plain targets, and everything else.
+#include <stdexcept>
+
+#include "script/Operations.h"
+#include "script/OrvaneScript.h"
+
+namespace orvane {
+
+namespace {
+
+bool isStringLiteral(const std::string& t) {
+    return t.size() >= 2 && (t[0] == '"' || t[0] == '\'') && t.back() == t[0];
+}
+
+// Skips a bracketed group opened at `i`; the index behind its closer, or npos.
+size_t skipGroup(const std::vector<std::string>& tokens, size_t i, size_t end) {
+    int depth = 0;
+    for (; i < end; ++i) {
+        const std::string& t = tokens[i];
+        if (t == "(" || t == "[" || t == "{") ++depth;
+        else if (t == ")" || t == "]" || t == "}") {
+            if (--depth == 0) return i + 1;
+        }
+    }
+    return std::string::npos;
+}
+
+// A right side whose outermost operation is a call: a primary followed by postfix groups, the
+// last of them an argument list. Only such a value is cut down to its first result.
+bool isCallShaped(const std::vector<std::string>& tokens, TokenRange range) {
+    auto [begin, end] = range;
+    if (end - begin < 3 || tokens[end - 1] != ")") return false;
+    size_t i = begin;
+    const std::string& first = tokens[begin];
+    if (first == "(" || first == "[" || first == "{") {
+        i = skipGroup(tokens, begin, end);
+        if (i == std::string::npos) return false;
+    } else if ((isIdentifier(first) && first != "not") || isStringLiteral(first)) {
+        i = begin + 1;
+    } else {
+        return false;
+    }
+    bool lastIsCall = false;
+    while (i < end) {
+        if (tokens[i] != "(" && tokens[i] != "[") return false;
+        lastIsCall = tokens[i] == "(";
+        i = skipGroup(tokens, i, end);
+        if (i == std::string::npos) return false;
+    }
+    return lastIsCall;
+}
+
+Variable firstOfMulti(const Variable& value) {
+    const VariableArray* values = multiValuesPtr(value);
+    if (!values) return value;
+    return values->empty() ? Variable() : (*values)[0];
+}
+
+}  // namespace
+
+Variable OrvaneScript::evaluateRange(const ParsedScriptLine& line, TokenRange range) {
+    size_t pos = range.first;
+    Variable value = evaluateExpression(line.tokens, pos, &line.analyses);
+    if (shouldAbortForSoftRaisedError()) return Variable();
+    if (pos != range.second)
+        throwError("Unexpected token in assignment expression", pos < line.tokens.size() ? line.tokens[pos] : "EOF");
+    return value;
+}
+
+void OrvaneScript::storeAssigned(const ParsedScriptLine& line, size_t nameToken, const Variable& value) {
+    const std::string& name = line.tokens[nameToken];
+    TokenAnalysis& analysis = line.analyses[nameToken];
+    if (line.scopeTarget != kTargetPlain) {
+        assignVariableFast(name, analysis, value, line.scopeTarget);
+        return;
+    }
+    if (Variable* existing = resolveExistingVariableFastMutable(name, analysis)) *existing = value;
+    else pushVariable(name, value);
+}
+
+static void applyCompound(Variable& target, char op, const Variable& value) {
+    if (!tryApplyOperationInPlace(target, op, value)) target = performOperation(target, op, value);
+}
+
+// Writes through the indices of one target: creates missing levels for `=`, applies a compound
+// operator at the last key, and stores the variable again.
+void OrvaneScript::applyToTarget(const ParsedScriptLine& line, const ParsedAssignmentTarget& target,
+                                 const std::vector<Variable>& keys, char op, const Variable& value, Variable* readBack) {
+    const std::string& name = line.tokens[target.nameToken];
+    TokenAnalysis& analysis = line.analyses[target.nameToken];
+    Variable container;
+    if (Variable* existing = resolveExistingVariableFastMutable(name, analysis)) {
+        container = *existing;
+    } else {
+        if (op != '=') throw std::runtime_error("Variable not found: " + name);
+        container = prefersArrayStorage(keys[0]) ? Variable::makeArray() : Variable::makeTable();
+    }
+    Variable* level = &container;
+    for (size_t i = 0; i + 1 < keys.size(); ++i) {
+        if (op == '=' && getIndexedValue(*level, keys[i]).isNil())
+            setIndexedValue(*level, keys[i],
+                            prefersArrayStorage(keys[i + 1]) ? Variable::makeArray() : Variable::makeTable(), true);
+        level = &getIndexedValueMutable(*level, keys[i], op == '=');
+    }
+    if (op == '=') {
+        setIndexedValue(*level, keys.back(), value, true);
+    } else {
+        Variable current = getIndexedValue(*level, keys.back());
+        applyCompound(current, op, value);
+        setIndexedValue(*level, keys.back(), current, false);
+    }
+    if (readBack) *readBack = getIndexedValue(*level, keys.back());
+    storeAssigned(line, target.nameToken, container);
+}
+
+bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& result) {
+    if (!line.prepared || !line.isAssignment) return false;
+    const auto& tokens = line.tokens;
+    char op = line.assignOperatorIndex < tokens.size() ? tokens[line.assignOperatorIndex][0] : '=';
+    const auto& targets = line.targets;
+    const auto& ranges = line.valueRanges;
+    result = Variable();
+
+    auto evaluateKeys = [&](const ParsedAssignmentTarget& target, std::vector<Variable>& keys) {
+        for (const TokenRange& range : target.indexRanges) {
+            keys.push_back(evaluateRange(line, range));
+            if (shouldAbortForSoftRaisedError()) return false;
+        }
+        return true;
+    };
+
+    // Shape 1: one target, at most one value.
+    if (targets.size() == 1 && ranges.size() <= 1) {
+        const ParsedAssignmentTarget& target = targets[0];
+        std::vector<Variable> keys;
+        if (!evaluateKeys(target, keys)) return true;
+        Variable value;
+        if (!ranges.empty()) {
+            value = evaluateRange(line, ranges[0]);
+            if (shouldAbortForSoftRaisedError()) return true;
+            if (value.type == VarType::Multi && isCallShaped(tokens, ranges[0])) value = firstOfMulti(value);
+        }
+        if (!keys.empty()) {
+            applyToTarget(line, target, keys, op, value, nullptr);
+        } else if (op == '=') {
+            storeAssigned(line, target.nameToken, value);
+        } else {
+            const std::string& name = tokens[target.nameToken];
+            Variable* existing = resolveExistingVariableFastMutable(name, line.analyses[target.nameToken]);
+            if (!existing) throw std::runtime_error("Variable not found: " + name);
+            applyCompound(*existing, op, value);
+        }
+        return true;
+    }
+
+    bool allPlain = true;
+    for (const auto& target : targets) allPlain = allPlain && target.indexRanges.empty();
+
+    // Shape 2: several plain targets with `=`; a single Multi value spreads over them.
+    if (allPlain && op == '=' && targets.size() > 1) {
+        VariableArray values;
+        for (const TokenRange& range : ranges) {
+            values.push_back(evaluateRange(line, range));
+            if (shouldAbortForSoftRaisedError()) return true;
+        }
+        if (values.size() == 1 && values[0].type == VarType::Multi) {
+            VariableArray spread = *multiValuesPtr(values[0]);
+            values = std::move(spread);
+        }
+        for (size_t i = 0; i < targets.size(); ++i)
+            storeAssigned(line, targets[i].nameToken, i < values.size() ? values[i] : Variable());
+        return true;
+    }
+
+    // Shape 3: everything else.
+    std::vector<std::vector<Variable>> keys(targets.size());
+    for (size_t i = 0; i < targets.size(); ++i)
+        if (!evaluateKeys(targets[i], keys[i])) return true;
+    VariableArray values;
+    for (const TokenRange& range : ranges) {
+        values.push_back(evaluateRange(line, range));
+        if (shouldAbortForSoftRaisedError()) return true;
+    }
+    if (values.empty()) values.emplace_back();
+    if (values.size() == 1 && targets.size() > 1 && values[0].type == VarType::Multi) {
+        VariableArray spread = *multiValuesPtr(values[0]);
+        values = std::move(spread);
+    }
+    for (size_t i = 0; i < targets.size(); ++i) {
+        const ParsedAssignmentTarget& target = targets[i];
+        Variable value = i < values.size() ? values[i] : Variable();
+        if (!keys[i].empty()) {
+            applyToTarget(line, target, keys[i], op, value, &result);
+            continue;
+        }
+        const std::string& name = tokens[target.nameToken];
+        if (op == '=') {
+            storeAssigned(line, target.nameToken, value);
+            result = value;
+            continue;
+        }
+        Variable* existing = resolveExistingVariableFastMutable(name, line.analyses[target.nameToken]);
+        if (!existing) throw std::runtime_error("Variable not found: " + name);
+        applyCompound(*existing, op, value);
+        result = *existing;
+    }
+    return true;
+}
+
+}  // namespace orvane

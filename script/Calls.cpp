@@ -1,0 +1,221 @@
+// Calls into natives and script functions, located error texts, and the soft errors that let
+// `error` and `pcall` work by plain returns instead of unwinding the native stack.
+#include <sys/resource.h>
+
+#include <algorithm>
+
+#include "script/OrvaneScript.h"
+
+namespace orvane {
+
+struct CallDepthGuard {
+    explicit CallDepthGuard(OrvaneScript& s) : script(s) { ++script.callDepth; }
+    ~CallDepthGuard() { --script.callDepth; }
+    OrvaneScript& script;
+};
+
+// Binds a script call's parameters, varargs and source location; restores every stack to its
+// height at entry on the way out, which also drops loop scopes left by an exception.
+struct CallFrameGuard {
+    CallFrameGuard(OrvaneScript& s, const ScriptCallable& function, const Variable* args, size_t count)
+        : script(s),
+          nativeHeight(s.nativeScopes.size()),
+          varargHeight(s.varargStack.size()),
+          rootHeight(s.sourceRootStack.size()),
+          pathHeight(s.sourcePathStack.size()) {
+        const auto& parameters = function.parameters;
+        Scope scope;
+        scope.reserve(std::max<size_t>(parameters.size(), 4));
+        for (size_t i = 0; i < parameters.size(); ++i) scope.push_back({parameters[i], i < count ? args[i] : Variable()});
+        script.nativeScopes.push_back(std::move(scope));
+        if (function.isVariadic) {
+            size_t named = std::min(parameters.size(), count);
+            script.varargStack.emplace_back(args + named, args + count);
+        }
+        if (!function.sourceRoot.empty()) script.sourceRootStack.push_back(&function.sourceRoot);
+        if (!function.sourcePath.empty()) script.sourcePathStack.push_back(&function.sourcePath);
+    }
+    ~CallFrameGuard() {
+        script.sourcePathStack.resize(pathHeight);
+        script.sourceRootStack.resize(rootHeight);
+        script.varargStack.resize(varargHeight);
+        script.nativeScopes.resize(nativeHeight);
+    }
+    OrvaneScript& script;
+    size_t nativeHeight, varargHeight, rootHeight, pathHeight;
+};
+
+uint8_t builtinIdFromName(std::string_view name) {
+    static const std::pair<const char*, uint8_t> ids[] = {
+        {"assert", kBuiltinAssert}, {"getTimeMs", kBuiltinGetTimeMs}, {"toString", kBuiltinToString},
+        {"toNumber", kBuiltinToNumber}, {"error", kBuiltinError}, {"pcall", kBuiltinPcall}, {"load", kBuiltinLoad},
+        {"pairs", kBuiltinPairs}, {"ipairs", kBuiltinIpairs}, {"next", kBuiltinNext}, {"select", kBuiltinSelect},
+        {"collectGarbage", kBuiltinCollectGarbage}, {"len", kBuiltinLen}, {"string.len", kBuiltinStringLen},
+        {"string.upper", kBuiltinStringUpper}, {"string.sub", kBuiltinStringSub}, {"string.find", kBuiltinStringFind},
+        {"string.match", kBuiltinStringMatch}, {"string.gmatch", kBuiltinStringGmatch},
+        {"string.byte", kBuiltinStringByte}, {"string.format", kBuiltinStringFormat},
+        {"string.gsub", kBuiltinStringGsub}, {"table.insert", kBuiltinTableInsert},
+        {"table.remove", kBuiltinTableRemove}, {"table.concat", kBuiltinTableConcat},
+        {"table.sort", kBuiltinTableSort}, {"math.floor", kBuiltinMathFloor}, {"math.ceil", kBuiltinMathCeil},
+        {"math.abs", kBuiltinMathAbs}, {"math.min", kBuiltinMathMin}, {"math.max", kBuiltinMathMax},
+        {"math.sin", kBuiltinMathSin}, {"math.cos", kBuiltinMathCos}, {"math.rad", kBuiltinMathRad},
+        {"math.log", kBuiltinMathLog}, {"math.sqrt", kBuiltinMathSqrt}, {"utf8.len", kBuiltinUtf8Len},
+    };
+    for (const auto& [text, id] : ids)
+        if (name == text) return id;
+    return kBuiltinNone;
+}
+
+Variable OrvaneScript::dispatchBuiltinFast(uint8_t id, const Variable* args, size_t count) {
+    switch (id) {
+    case kBuiltinAssert: return assertFunction(args, count);
+    case kBuiltinGetTimeMs: return getTimeMsFunction(args, count);
+    case kBuiltinToString: return toStringFunction(args, count);
+    case kBuiltinToNumber: return toNumberFunction(args, count);
+    case kBuiltinError: return errorFunction(args, count);
+    case kBuiltinPcall: return pcallFunctionFast(args, count);
+    case kBuiltinLoad: return loadScriptChunk(args, count);
+    case kBuiltinPairs: return pairsFunction(args, count);
+    case kBuiltinIpairs: return ipairsFunction(args, count);
+    case kBuiltinNext: return nextFunction(args, count);
+    case kBuiltinSelect: return selectFunctionFast(args, count);
+    case kBuiltinCollectGarbage: return collectGarbageFunction(args, count);
+    case kBuiltinLen: return lenFunction(args, count);
+    default: throw std::runtime_error("Unknown built-in function id " + std::to_string(id));
+    }
+}
+
+// Each script call costs several native frames (more under sanitizers), so depth is bounded by
+// the stack actually used rather than by a count.
+void OrvaneScript::checkNativeStack() {
+    char here;
+    if (!stackBase) return;
+    if (size_t(stackBase - &here) > stackBudget) throw std::runtime_error("stack overflow");
+}
+
+static size_t nativeStackBudget() {
+    size_t size = size_t(8) << 20;
+    struct rlimit limit;
+    if (getrlimit(RLIMIT_STACK, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY) size = std::min<size_t>(size, limit.rlim_cur);
+    // Leave room for the natives that a script calls at the deepest point, and for the unwinding.
+    return size / 2;
+}
+
+void OrvaneScript::markStackBase() {
+    char here;
+    stackBase = &here;
+    stackBudget = nativeStackBudget();
+}
+
+Variable OrvaneScript::invokeCallable(const Variable& callee, const VariableArray& arguments) {
+    return invokeCallableFast(callee, arguments.data(), arguments.size());
+}
+
+Variable OrvaneScript::invokeCallableFast(const Variable& callee, const Variable* args, size_t count) {
+    if (callDepth == 0) markStackBase();
+    CallDepthGuard depth(*this);
+    checkNativeStack();
+    if (callee.type != VarType::Function)
+        throw std::runtime_error(std::string("Attempted to call a non-function value of type ") + typeName(callee.type));
+    // Held here, so that a function that replaces its own global keeps running.
+    CallablePtr function = callee.asCallable();
+    if (!function) throw std::runtime_error("Attempted to call an invalid function value");
+    if (function->isDecay) throw std::runtime_error("decay functions need the coroutine scheduler, which this build lacks");
+    if (function->isNative) {
+        Variable result = function->builtinId != kBuiltinNone
+                              ? dispatchBuiltinFast(function->builtinId, args, count)
+                              : function->nativeFunction(VariableArray(args, args + count));
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        return result;
+    }
+    return callScriptFunction(function, args, count);
+}
+
+Variable OrvaneScript::callScriptFunction(const CallablePtr& function, const Variable* args, size_t count) {
+    if (function->isLoadedChunk && count != 0) throw std::runtime_error("Loaded script chunks do not accept call arguments");
+    BlockSignal signal = BlockSignal::None;
+    Variable result;
+    {
+        CallFrameGuard frame(*this, *function, args, count);
+        size_t position = 0;
+        result = executeParsedBlock(function->body, position, signal);
+    }
+    if (shouldAbortForSoftRaisedError()) return Variable();
+    if (signal == BlockSignal::Break) throw std::runtime_error("break used outside a loop");
+    return result;
+}
+
+void OrvaneScript::throwError(const std::string& message, std::string_view token) {
+    std::string text = "OrvaneScript error: " + message + "\n  at ";
+    if (!sourcePathStack.empty() && sourcePathStack.back()) text += *sourcePathStack.back() + ":";
+    else text += "line ";
+    text += std::to_string(currentLineNumber + 1);
+    if (!token.empty()) {
+        text += ", near token '";
+        text += token;
+        text += "'";
+    }
+    text += "\n";
+    std::string source = !currentSourceText.empty() ? currentSourceText : (currentLine ? currentLine->text : "");
+    text += "  " + source + "\n";
+    size_t column = source.size();
+    size_t width = 1;
+    if (!token.empty() && token != "EOF") {
+        size_t found = source.find(token);
+        if (found != std::string::npos) {
+            column = found;
+            width = token.size();
+        }
+    }
+    text += "  " + std::string(column, ' ') + "^";
+    if (width > 1 && column + width <= source.size()) text += std::string(width - 1, '~');
+    text += "\n  hint: check spelling, operators, parentheses, and quote matching\n";
+    throw std::runtime_error(text);
+}
+
+void OrvaneScript::raiseScriptErrorSoft(const std::string& message) {
+    if (protectedDepths.empty()) throw RaisedScriptError(message);
+    if (softRaised) return;
+    softRaised = true;
+    softDepth = protectedDepths.back();
+    softMessage = message;
+}
+
+void OrvaneScript::clearSoftRaisedError() {
+    softRaised = false;
+    softDepth = 0;
+    softMessage.clear();
+}
+
+Variable OrvaneScript::pcallFunctionFast(const Variable* args, size_t count) {
+    if (count == 0) throw std::runtime_error("pcall requires a callable value");
+    uint64_t depth = callDepth;
+    protectedDepths.push_back(depth);
+    auto failed = [&](const std::string& message) {
+        protectedDepths.pop_back();
+        // A soft error meant for this pcall dies with it, whatever unwound the frames.
+        if (softRaised && softDepth >= depth) clearSoftRaisedError();
+        return Variable::makeMulti(VariableArray{Variable(false), Variable(message)});
+    };
+    Variable value;
+    try {
+        value = invokeCallableFast(args[0], args + 1, count - 1);
+    } catch (const RaisedScriptError& e) {
+        return failed(e.what());
+    } catch (const std::exception& e) {
+        return failed(e.what());
+    }
+    if (softRaised && softDepth == depth) {
+        std::string message = softMessage;
+        clearSoftRaisedError();
+        protectedDepths.pop_back();
+        return Variable::makeMulti(VariableArray{Variable(false), Variable(std::move(message))});
+    }
+    protectedDepths.pop_back();
+    VariableArray values{Variable(true)};
+    if (const VariableArray* multi = multiValuesPtr(value)) values.insert(values.end(), multi->begin(), multi->end());
+    else if (!value.isNil()) values.push_back(std::move(value));
+    return Variable::makeMulti(std::move(values));
+}
+
+}  // namespace orvane

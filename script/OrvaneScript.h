@@ -1,0 +1,290 @@
+// The OrvaneScript interpreter: name spaces, the token evaluator, statements, calls and errors.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <unordered_map>
+#include <vector>
+
+#include "script/ParsedLine.h"
+#include "script/Variable.h"
+
+namespace orvane {
+
+// Fast dispatch ids of built-in natives, fixed by registered name.
+enum BuiltinId : uint8_t {
+    kBuiltinNone = 0,
+    kBuiltinAssert = 1,
+    kBuiltinGetTimeMs = 2,
+    kBuiltinToString = 3,
+    kBuiltinToNumber = 4,
+    kBuiltinError = 5,
+    kBuiltinPcall = 6,
+    kBuiltinLoad = 7,
+    kBuiltinPairs = 8,
+    kBuiltinIpairs = 9,
+    kBuiltinNext = 10,
+    kBuiltinSelect = 11,
+    kBuiltinCollectGarbage = 12,
+    kBuiltinLen = 13,
+    kBuiltinStringLen = 14,
+    kBuiltinStringUpper = 15,
+    kBuiltinStringSub = 16,
+    kBuiltinStringFind = 17,
+    kBuiltinStringMatch = 18,
+    kBuiltinStringGmatch = 19,
+    kBuiltinStringByte = 20,
+    kBuiltinStringFormat = 21,
+    kBuiltinStringGsub = 22,
+    kBuiltinTableInsert = 23,
+    kBuiltinTableRemove = 24,
+    kBuiltinTableConcat = 25,
+    kBuiltinTableSort = 26,
+    kBuiltinMathFloor = 27,
+    kBuiltinMathCeil = 28,
+    kBuiltinMathAbs = 29,
+    kBuiltinMathMin = 30,
+    kBuiltinMathMax = 31,
+    kBuiltinMathSin = 32,
+    kBuiltinMathCos = 33,
+    kBuiltinMathRad = 34,
+    kBuiltinMathLog = 35,
+    kBuiltinMathSqrt = 36,
+    kBuiltinUtf8Len = 37,
+};
+
+uint8_t builtinIdFromName(std::string_view name);
+
+// The message of an `error` or failed `assert` outside any pcall.
+struct RaisedScriptError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct ScopeEntry {
+    std::string name;
+    Variable value;
+};
+using Scope = std::vector<ScopeEntry>;
+
+enum ScopeTarget : uint8_t { kTargetPlain = 0, kTargetNative = 1, kTargetLocal = 2 };
+
+struct TableCacheEntry {
+    std::weak_ptr<VariableTable> owner;
+    uint64_t version = 0;
+    uint64_t sortedVersion = ~uint64_t(0);
+    std::vector<std::string> sortedKeys;
+    VariableArray sortedKeyValues;
+    uint64_t iterationVersion = ~uint64_t(0);
+    std::vector<std::string> iterationKeys;
+    VariableArray iterationKeyValues;
+    std::unordered_map<std::string, size_t> iterationKeyIndex;
+    uint64_t lengthVersion = ~uint64_t(0);
+    int32_t length = 0;
+};
+
+// A loaded script file: its parsed lines and the stamp that tells whether it changed.
+struct ScriptFileCacheEntry {
+    CallablePtr chunk;
+    off_t size = 0;
+    int64_t mtimeSec = 0;
+    int64_t mtimeNsec = 0;
+};
+
+class OrvaneScript {
+public:
+    OrvaneScript();
+    OrvaneScript(const OrvaneScript&) = delete;
+    OrvaneScript& operator=(const OrvaneScript&) = delete;
+
+    // Globals and natives.
+    void pushVariable(const std::string& name, const Variable& value);
+    Variable pullVariable(const std::string& name);
+    void pushFunction(const std::string& name, NativeFunction function);
+    Variable makeNativeCallable(NativeFunction function, const std::string& name, uint8_t builtinId = 0);
+
+    // Name resolution and assignment.
+    Variable* resolveVariablePtr(const std::string& name);
+    bool resolveVariable(const std::string& name, Variable& out);
+    Variable* resolveVariableFastPtr(const std::string& name, TokenAnalysis& analysis);
+    bool resolveVariableFast(const std::string& name, TokenAnalysis& analysis, Variable& out);
+    Variable* resolveExistingVariableFastMutable(const std::string& name, TokenAnalysis& analysis);
+    bool assignExistingVariable(const std::string& name, const Variable& value);
+    bool assignExistingVariableFast(const std::string& name, TokenAnalysis& analysis, const Variable& value);
+    void assignVariable(const std::string& name, const Variable& value, uint8_t target);
+    void assignVariableFast(const std::string& name, TokenAnalysis& analysis, const Variable& value, uint8_t target);
+    std::string resolvePath(const std::string& path) const;
+
+    // Table key caches: bytewise order for iteration, the numeric length.
+    const std::vector<std::string>& getSortedTableKeys(const TablePtr& table);
+    const VariableArray& getSortedTableKeyValues(const TablePtr& table);
+    const std::vector<std::string>& getIterationTableKeys(const TablePtr& table);
+    const VariableArray& getIterationTableKeyValues(const TablePtr& table);
+    const std::unordered_map<std::string, size_t>& getIterationTableKeyIndex(const TablePtr& table);
+    int32_t numericTableLength(const TablePtr& table);
+    void markTableMutated(const VariableTable* table);
+    void pruneDeadTableCacheEntries();
+
+    // Running text.
+    void runScript(const std::string& text);
+    Variable runScriptFilePath(const std::string& path);
+    Variable executeBlock(const std::vector<std::string>& lines, size_t& position, BlockSignal& signal);
+    Variable executeParsedBlock(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
+    bool executeAssignment(const ParsedScriptLine& line, Variable& result);
+
+    // The token evaluator.
+    Variable evaluateExpression(const std::vector<std::string>& tokens, size_t& position,
+                                std::vector<TokenAnalysis>* analyses);
+    void skipExpression(const std::vector<std::string>& tokens, size_t& position, int minPrecedence,
+                        std::vector<TokenAnalysis>* analyses);
+    bool evaluateCondition(const std::vector<std::string>& tokens, size_t& position,
+                           std::vector<TokenAnalysis>* analyses);
+
+    // Indexing, which needs the interpreter for string methods and table caches.
+    Variable getIndexedValue(const Variable& container, const Variable& key);
+    Variable& getIndexedValueMutable(Variable& container, const Variable& key, bool create);
+    void setIndexedValue(Variable& container, const Variable& key, const Variable& value, bool create);
+    int32_t arrayLength(const Variable& value);
+    void promoteArrayVariableToTable(Variable& variable);
+
+    // Calls and errors.
+    Variable invokeCallable(const Variable& callee, const VariableArray& arguments);
+    Variable invokeCallableFast(const Variable& callee, const Variable* args, size_t count);
+    Variable dispatchBuiltinFast(uint8_t id, const Variable* args, size_t count);
+    [[noreturn]] void throwError(const std::string& message, std::string_view nearToken);
+    void raiseScriptErrorSoft(const std::string& message);
+    bool shouldAbortForSoftRaisedError() const { return softRaised && callDepth > softDepth; }
+    void clearSoftRaisedError();
+
+    // Script loading.
+    Variable loadScriptChunk(const Variable* args, size_t count);
+    Variable loadScriptFile(const Variable* args, size_t count);
+    Variable runScriptFile(const Variable* args, size_t count);
+
+    // Core library, each over an argument array.
+    Variable printFunction(const Variable* args, size_t count);
+    Variable getTimeMsFunction(const Variable* args, size_t count);
+    Variable randomFunction(const Variable* args, size_t count);
+    Variable toStringFunction(const Variable* args, size_t count);
+    Variable toNumberFunction(const Variable* args, size_t count);
+    Variable typeOfFunction(const Variable* args, size_t count);
+    Variable popFunction(const Variable* args, size_t count);
+    Variable clearFunction(const Variable* args, size_t count);
+    Variable eraseFunction(const Variable* args, size_t count);
+    Variable containsFunction(const Variable* args, size_t count);
+    Variable keysFunction(const Variable* args, size_t count);
+    Variable valuesFunction(const Variable* args, size_t count);
+    Variable assertFunction(const Variable* args, size_t count);
+    Variable errorFunction(const Variable* args, size_t count);
+    Variable pcallFunctionFast(const Variable* args, size_t count);
+    Variable pairsFunction(const Variable* args, size_t count);
+    Variable ipairsFunction(const Variable* args, size_t count);
+    Variable nextFunction(const Variable* args, size_t count);
+    Variable selectFunctionFast(const Variable* args, size_t count);
+    Variable collectGarbageFunction(const Variable* args, size_t count);
+    Variable killFunction(const Variable* args, size_t count);
+    Variable arrayFunction(const Variable* args, size_t count);
+    Variable lenFunction(const Variable* args, size_t count);
+    Variable pushFunction(const Variable* args, size_t count);
+    Variable reserveFunction(const Variable* args, size_t count);
+    Variable getFunction(const Variable* args, size_t count);
+    Variable setFunction(const Variable* args, size_t count);
+
+    // Where the running statement is, for error texts.
+    uint64_t currentLineNumber = 0;
+    uint64_t currentTokenIndex = 0;
+    const ParsedScriptLine* currentLine = nullptr;
+    std::string currentSourceText;
+    std::string nearToken;
+
+private:
+    friend struct CallFrameGuard;
+    friend struct LocalScopeGuard;
+    friend struct CallDepthGuard;
+
+    void installStandardLibrary();
+    void registerLibraryFunction(std::initializer_list<const char*> names,
+                                 Variable (OrvaneScript::*function)(const Variable*, size_t));
+    Variable makeLibraryTable(const std::string& tableName,
+                              std::initializer_list<std::pair<const char*, Variable>> members);
+
+    Variable* globalSlotPtr(const std::string& name, TokenAnalysis* analysis);
+    Variable* findInScopes(const std::string& name);
+    void checkNativeStack();
+    void markStackBase();
+    TableCacheEntry& tableCacheEntry(const TablePtr& table);
+
+    // The evaluator's recursive steps.
+    struct Cursor;
+    Variable evaluateAt(Cursor& c, int minPrecedence);
+    Variable evaluateOperand(Cursor& c);
+    Variable evaluatePrimary(Cursor& c);
+    Variable evaluatePostfix(Cursor& c, Variable value);
+    Variable evaluateArrayLiteral(Cursor& c);
+    Variable evaluateTableLiteral(Cursor& c);
+    void skipAt(Cursor& c, int minPrecedence);
+    void skipOperand(Cursor& c);
+    void skipPostfix(Cursor& c);
+    const std::string& consume(Cursor& c);
+
+    // Statements.
+    Variable executeStatementLine(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
+    Variable executeIfChain(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
+    Variable executeWhile(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
+    Variable executeRepeat(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
+    Variable executeFor(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
+    Variable executeGenericFor(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
+    Variable executeReturn(const ParsedScriptLine& line, BlockSignal& signal);
+    void executeFunctionDeclaration(const std::vector<ParsedScriptLine>& lines, size_t& position);
+    bool evaluateLineCondition(const ParsedScriptLine& line, const char* trailingMessage);
+    Variable runLoopBody(const std::vector<ParsedScriptLine>& lines, size_t bodyStart, BlockSignal& signal);
+
+    // Assignment.
+    Variable evaluateRange(const ParsedScriptLine& line, TokenRange range);
+    void storeAssigned(const ParsedScriptLine& line, size_t nameToken, const Variable& value);
+    void applyToTarget(const ParsedScriptLine& line, const ParsedAssignmentTarget& target,
+                       const std::vector<Variable>& keys, char op, const Variable& value, Variable* readBack);
+
+    // Calls.
+    Variable callScriptFunction(const CallablePtr& function, const Variable* args, size_t count);
+    Variable callMethodOfString(const std::string& receiver, const Variable& method, const Variable* args, size_t count);
+    std::vector<ParsedScriptLine> compileLines(const std::string& text);
+    CallablePtr makeChunk(std::vector<ParsedScriptLine>&& lines, const std::string& root, const std::string& path);
+
+public:
+    // Name spaces.
+    std::unordered_map<std::string, size_t> globalIndex;
+    std::deque<Variable> globalValues;  // a deque: slots keep their address as globals are added
+    std::unordered_map<std::string, NativeFunction> nativeFunctions;
+    std::vector<Scope> nativeScopes;
+    std::vector<Scope> localScopes;
+    size_t localScopeBase = 0;
+    std::vector<const std::string*> sourceRootStack;
+    std::vector<const std::string*> sourcePathStack;
+    std::vector<VariableArray> varargStack;
+    std::unordered_map<const VariableTable*, TableCacheEntry> tableCache;
+    uint64_t tableCacheTicks = 0;
+    std::unordered_map<std::string, ScriptFileCacheEntry> scriptFileCache;
+
+    // Calls and soft errors.
+    uint64_t callDepth = 0;
+    std::vector<uint64_t> protectedDepths;
+    bool softRaised = false;
+    uint64_t softDepth = 0;
+    std::string softMessage;
+
+    std::mt19937 randomGenerator;
+    std::chrono::steady_clock::time_point startTime;
+
+    // Script recursion is bounded by the native stack it uses, measured from the outermost call.
+    const char* stackBase = nullptr;
+    size_t stackBudget = 0;
+};
+
+}  // namespace orvane

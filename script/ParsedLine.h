@@ -1,0 +1,117 @@
+// The parsed form of a logical line, on which the executors work directly.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvane {
+
+enum : uint8_t {
+    kScopeKindNone = 0,
+    kScopeKindLocal = 1,
+    kScopeKindNative = 2,
+    kScopeKindFastParam = 3,
+    kScopeKindGlobal = 4,
+};
+
+struct TokenAnalysis {
+    bool isIdentifier = false;
+    bool isTrue = false;
+    bool isFalse = false;
+    bool looksNumeric = false;
+    bool isFloat = false;
+    bool isInt = false;
+    int32_t intValue = 0;
+    // Resolution cache, written at run time by name lookup.
+    uint8_t scopeKind = kScopeKindNone;
+    uint16_t scopeDepth = 0;
+    uint64_t scopeSlot = 0;
+    const void* scopePtr = nullptr;
+    uint64_t globalSlot = 0;
+    bool globalFound = false;
+    bool globalLooked = false;
+};
+
+using TokenRange = std::pair<size_t, size_t>;  // [first, last)
+
+struct ParsedAssignmentTarget {
+    size_t nameToken = 0;
+    std::vector<TokenRange> indexRanges;
+};
+
+enum class LineKind : uint8_t {
+    Empty = 0,
+    Statement = 1,
+    If = 2,
+    ElseIf = 3,
+    Else = 4,
+    End = 5,
+    While = 6,
+    Repeat = 7,
+    Until = 8,
+    For = 9,
+    Function = 10,
+    DecayFunction = 11,
+    NativeFunction = 12,
+    LocalFunction = 13,
+    Return = 14,
+    Break = 15,
+};
+
+constexpr uint64_t kNoLink = ~uint64_t(0);
+
+struct ParsedScriptLine {
+    std::string text;
+    uint64_t lineNumber = 0;
+    std::vector<std::string> tokens;
+    mutable std::vector<TokenAnalysis> analyses;
+    LineKind kind = LineKind::Empty;
+    uint64_t matchIndex = kNoLink;
+    uint64_t nextClauseIndex = kNoLink;
+    bool prepared = false;
+    bool isAssignment = false;
+    uint8_t scopeTarget = 0;
+    uint64_t assignOperatorIndex = 0;
+    std::vector<ParsedAssignmentTarget> targets;
+    std::vector<TokenRange> valueRanges;
+};
+
+enum class BlockSignal : uint8_t { None = 0, Return = 1, Break = 2 };
+
+// The one error of tokenising: an unterminated string. It carries what the interpreter needs to
+// locate it, since tokenising happens before any line runs.
+struct TokenError : std::runtime_error {
+    TokenError(const std::string& message, std::string near)
+        : std::runtime_error(message), nearToken(std::move(near)) {}
+    std::string nearToken;
+    uint64_t lineNumber = 0;
+    std::string lineText;
+};
+
+// Tokens and their fixed classification.
+std::vector<std::string> tokenise(const std::string& text);
+TokenAnalysis analyseToken(const std::string& token);
+bool isIdentifier(const std::string& token);
+bool tokenLooksNumeric(const std::string& token);
+bool isTrueToken(const std::string& token);
+bool isFalseToken(const std::string& token);
+bool parseIntStrict(const std::string& token, int32_t& out);
+bool parseFloatStrict(const std::string& token, float& out);
+
+// Source text to prepared lines.
+LineKind classifyParsedLineKind(const std::vector<std::string>& tokens);
+std::vector<ParsedScriptLine> parseLines(const std::string& source);
+
+// Block links and assignment shapes.
+void prepareParsedLines(std::vector<ParsedScriptLine>& lines);
+size_t findMatchingEnd(const std::vector<ParsedScriptLine>& lines, size_t bodyStart);
+size_t findMatchingUntil(const std::vector<ParsedScriptLine>& lines, size_t bodyStart);
+size_t findMatchingElseOrEnd(const std::vector<ParsedScriptLine>& lines, size_t bodyStart, bool& isClause);
+// The matching-bracket scan of line preparation: the index that ends the range from `start`.
+size_t scanBracketRange(const std::vector<std::string>& tokens, size_t start, const char* stop);
+
+}  // namespace orvane

@@ -1,0 +1,147 @@
+// Globals, the two scope stacks and name resolution. Scoping is dynamic: a called function sees
+// the locals, parameters and loop variables of all its callers, newest first.
+#include <stdexcept>
+
+#include "script/OrvaneScript.h"
+
+namespace orvane {
+
+void OrvaneScript::pushVariable(const std::string& name, const Variable& value) {
+    auto it = globalIndex.find(name);
+    if (it == globalIndex.end()) {
+        globalIndex.emplace(name, globalValues.size());
+        globalValues.push_back(value);
+        return;
+    }
+    if (it->second >= globalValues.size())
+        throw std::runtime_error("Internal slot error while setting variable: " + name);
+    globalValues[it->second] = value;
+}
+
+Variable OrvaneScript::pullVariable(const std::string& name) {
+    Variable out;
+    if (!resolveVariable(name, out)) throw std::runtime_error("Variable not found: " + name);
+    return out;
+}
+
+Variable OrvaneScript::makeNativeCallable(NativeFunction function, const std::string& name, uint8_t builtinId) {
+    auto callable = std::make_shared<ScriptCallable>();
+    callable->isNative = true;
+    callable->nativeFunction = std::move(function);
+    callable->name = name;
+    callable->builtinId = builtinId != 0 ? builtinId : builtinIdFromName(name);
+    return Variable(std::move(callable));
+}
+
+void OrvaneScript::pushFunction(const std::string& name, NativeFunction function) {
+    nativeFunctions[name] = function;
+    pushVariable(name, makeNativeCallable(std::move(function), name));
+}
+
+// The global slot of a name, cached in the token's analysis: a slot number never changes.
+Variable* OrvaneScript::globalSlotPtr(const std::string& name, TokenAnalysis* analysis) {
+    if (analysis && analysis->globalLooked && analysis->globalFound) return &globalValues[analysis->globalSlot];
+    auto it = globalIndex.find(name);
+    if (analysis) {
+        analysis->globalLooked = true;
+        analysis->globalFound = it != globalIndex.end();
+        if (analysis->globalFound) analysis->globalSlot = it->second;
+    }
+    return it == globalIndex.end() ? nullptr : &globalValues[it->second];
+}
+
+static Variable* findInScope(Scope& scope, const std::string& name) {
+    for (ScopeEntry& entry : scope)
+        if (entry.name == name) return &entry.value;
+    return nullptr;
+}
+
+Variable* OrvaneScript::findInScopes(const std::string& name) {
+    for (size_t i = localScopes.size(); i > localScopeBase; --i)
+        if (Variable* v = findInScope(localScopes[i - 1], name)) return v;
+    for (size_t i = nativeScopes.size(); i > 0; --i)
+        if (Variable* v = findInScope(nativeScopes[i - 1], name)) return v;
+    return nullptr;
+}
+
+Variable* OrvaneScript::resolveVariablePtr(const std::string& name) {
+    if (Variable* v = findInScopes(name)) return v;
+    return globalSlotPtr(name, nullptr);
+}
+
+bool OrvaneScript::resolveVariable(const std::string& name, Variable& out) {
+    Variable* v = resolveVariablePtr(name);
+    if (!v) return false;
+    out = *v;
+    return true;
+}
+
+Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAnalysis& analysis) {
+    if (localScopes.size() > localScopeBase || !nativeScopes.empty()) {
+        if (Variable* v = findInScopes(name)) return v;
+    }
+    return globalSlotPtr(name, &analysis);
+}
+
+bool OrvaneScript::resolveVariableFast(const std::string& name, TokenAnalysis& analysis, Variable& out) {
+    Variable* v = resolveVariableFastPtr(name, analysis);
+    if (!v) return false;
+    out = *v;
+    return true;
+}
+
+Variable* OrvaneScript::resolveExistingVariableFastMutable(const std::string& name, TokenAnalysis& analysis) {
+    return resolveVariableFastPtr(name, analysis);
+}
+
+bool OrvaneScript::assignExistingVariable(const std::string& name, const Variable& value) {
+    Variable* v = resolveVariablePtr(name);
+    if (!v) return false;
+    *v = value;
+    return true;
+}
+
+bool OrvaneScript::assignExistingVariableFast(const std::string& name, TokenAnalysis& analysis,
+                                              const Variable& value) {
+    Variable* v = resolveVariableFastPtr(name, analysis);
+    if (!v) return false;
+    *v = value;
+    return true;
+}
+
+static void setInScope(Scope& scope, const std::string& name, const Variable& value) {
+    if (Variable* v = findInScope(scope, name)) {
+        *v = value;
+        return;
+    }
+    scope.push_back({name, value});
+}
+
+void OrvaneScript::assignVariable(const std::string& name, const Variable& value, uint8_t target) {
+    if (target == kTargetLocal) {
+        if (localScopes.size() <= localScopeBase) {
+            localScopes.emplace_back();
+            localScopes.back().reserve(4);
+        }
+        setInScope(localScopes.back(), name, value);
+    } else if (target == kTargetNative) {
+        if (nativeScopes.empty()) {
+            nativeScopes.emplace_back();
+            nativeScopes.back().reserve(4);
+        }
+        setInScope(nativeScopes.back(), name, value);
+    } else if (!assignExistingVariable(name, value)) {
+        pushVariable(name, value);
+    }
+}
+
+void OrvaneScript::assignVariableFast(const std::string& name, TokenAnalysis& analysis, const Variable& value,
+                                      uint8_t target) {
+    if (target != kTargetPlain) {
+        assignVariable(name, value, target);
+        return;
+    }
+    if (!assignExistingVariableFast(name, analysis, value)) pushVariable(name, value);
+}
+
+}  // namespace orvane

@@ -1,0 +1,480 @@
+// What each statement line does. A block is a position in a line vector plus a signal; nested
+// blocks are plain recursive calls over the same vector.
+#include <algorithm>
+
+#include "script/Operations.h"
+#include "script/OrvaneScript.h"
+
+namespace orvane {
+
+// Every run of a block has its own local scope, so a `local` lives until the end of the
+// innermost block, one loop iteration included.
+struct LocalScopeGuard {
+    explicit LocalScopeGuard(OrvaneScript& s) : script(s), height(s.localScopes.size()), base(s.localScopeBase) {
+        script.localScopes.emplace_back();
+        script.localScopes.back().reserve(4);
+    }
+    ~LocalScopeGuard() {
+        script.localScopes.resize(height);
+        script.localScopeBase = base;
+    }
+    OrvaneScript& script;
+    size_t height, base;
+};
+
+// A loop's native scope, holding its variables; dropped on every way out.
+struct LoopScopeGuard {
+    LoopScopeGuard(OrvaneScript& s, Scope&& scope) : script(s), index(s.nativeScopes.size()) {
+        script.nativeScopes.push_back(std::move(scope));
+    }
+    ~LoopScopeGuard() { script.nativeScopes.resize(std::min(index, script.nativeScopes.size())); }
+    Scope& scope() { return script.nativeScopes[index]; }
+    OrvaneScript& script;
+    size_t index;
+};
+
+namespace {
+
+bool isBlockCloser(LineKind kind) {
+    return kind == LineKind::End || kind == LineKind::Else || kind == LineKind::ElseIf || kind == LineKind::Until;
+}
+
+}  // namespace
+
+Variable OrvaneScript::executeBlock(const std::vector<std::string>& lines, size_t& position, BlockSignal& signal) {
+    std::string source;
+    for (size_t i = 0; i < lines.size(); ++i) {
+        if (i) source += '\n';
+        source += lines[i];
+    }
+    std::vector<ParsedScriptLine> parsed = compileLines(source);
+    return executeParsedBlock(parsed, position, signal);
+}
+
+Variable OrvaneScript::executeParsedBlock(const std::vector<ParsedScriptLine>& lines, size_t& position,
+                                          BlockSignal& signal) {
+    checkNativeStack();
+    LocalScopeGuard scope(*this);
+    Variable running;
+    signal = BlockSignal::None;
+    while (position < lines.size()) {
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        const ParsedScriptLine& line = lines[position];
+        currentLineNumber = line.lineNumber;
+        currentLine = &line;
+        currentSourceText.clear();
+        nearToken.clear();
+        if (line.tokens.empty()) {
+            ++position;
+            continue;
+        }
+        if (isBlockCloser(line.kind)) return running;
+        try {
+            switch (line.kind) {
+            case LineKind::If: running = executeIfChain(lines, position, signal); break;
+            case LineKind::While: running = executeWhile(lines, position, signal); break;
+            case LineKind::Repeat: running = executeRepeat(lines, position, signal); break;
+            case LineKind::For: running = executeFor(lines, position, signal); break;
+            case LineKind::Function:
+            case LineKind::DecayFunction:
+            case LineKind::NativeFunction:
+            case LineKind::LocalFunction:
+                executeFunctionDeclaration(lines, position);
+                running = Variable();
+                break;
+            case LineKind::Return: running = executeReturn(line, signal); break;
+            case LineKind::Break: signal = BlockSignal::Break; return running;
+            default: running = executeStatementLine(lines, position, signal); break;
+            }
+        } catch (const std::exception& e) {
+            const char* text = e.what();
+            if (std::string_view(text).starts_with("OrvaneScript error:")) throw;
+            throwError(text, nearToken.empty() ? std::string_view(line.tokens[0]) : std::string_view(nearToken));
+        }
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        if (signal != BlockSignal::None) return running;
+    }
+    return running;
+}
+
+Variable OrvaneScript::executeStatementLine(const std::vector<ParsedScriptLine>& lines, size_t& position,
+                                            BlockSignal&) {
+    const ParsedScriptLine& line = lines[position];
+    Variable value;
+    if (executeAssignment(line, value)) {
+        ++position;
+        return value;
+    }
+    size_t pos = 0;
+    value = evaluateExpression(line.tokens, pos, &line.analyses);
+    if (shouldAbortForSoftRaisedError()) return Variable();
+    if (pos < line.tokens.size()) throwError("Unexpected trailing token", line.tokens[pos]);
+    ++position;
+    return value;
+}
+
+Variable OrvaneScript::executeReturn(const ParsedScriptLine& line, BlockSignal& signal) {
+    signal = BlockSignal::Return;
+    const auto& tokens = line.tokens;
+    if (tokens.size() == 1) return Variable();
+    VariableArray values;
+    size_t pos = 1;
+    for (;;) {
+        values.push_back(evaluateExpression(tokens, pos, &line.analyses));
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        if (pos >= tokens.size()) break;
+        if (tokens[pos] != ",") throwError("Unexpected token after return value", tokens[pos]);
+        ++pos;
+    }
+    if (values.size() == 1) return std::move(values[0]);
+    return Variable::makeMulti(std::move(values));
+}
+
+bool OrvaneScript::evaluateLineCondition(const ParsedScriptLine& line, const char* trailingMessage) {
+    size_t pos = 1;
+    bool holds = evaluateCondition(line.tokens, pos, &line.analyses);
+    if (shouldAbortForSoftRaisedError()) return false;
+    if (pos < line.tokens.size()) throwError(trailingMessage, line.tokens[pos]);
+    return holds;
+}
+
+static void recordLine(OrvaneScript& script, const ParsedScriptLine& line) {
+    script.currentLineNumber = line.lineNumber;
+    script.currentLine = &line;
+    script.currentSourceText.clear();
+    script.nearToken.clear();
+}
+
+Variable OrvaneScript::executeIfChain(const std::vector<ParsedScriptLine>& lines, size_t& position,
+                                      BlockSignal& signal) {
+    size_t clause = position;
+    bool taken = false;
+    for (;;) {
+        const ParsedScriptLine& line = lines[clause];
+        recordLine(*this, line);
+        bool holds = line.kind == LineKind::Else || evaluateLineCondition(line, "Unexpected token after if condition");
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        bool isClause = false;
+        size_t next = findMatchingElseOrEnd(lines, clause + 1, isClause);
+        if (holds && !taken) {
+            size_t body = clause + 1;
+            Variable value = executeParsedBlock(lines, body, signal);
+            if (shouldAbortForSoftRaisedError()) return Variable();
+            if (signal != BlockSignal::None) return value;
+            taken = true;
+        }
+        if (!isClause) {
+            position = next + 1;
+            return Variable();
+        }
+        if (!taken) {
+            clause = next;
+            continue;
+        }
+        position = findMatchingEnd(lines, clause + 1) + 1;
+        return Variable();
+    }
+}
+
+Variable OrvaneScript::runLoopBody(const std::vector<ParsedScriptLine>& lines, size_t bodyStart, BlockSignal& signal) {
+    size_t body = bodyStart;
+    return executeParsedBlock(lines, body, signal);
+}
+
+Variable OrvaneScript::executeWhile(const std::vector<ParsedScriptLine>& lines, size_t& position,
+                                    BlockSignal& signal) {
+    const ParsedScriptLine& line = lines[position];
+    size_t end = findMatchingEnd(lines, position + 1);
+    for (;;) {
+        recordLine(*this, line);
+        bool holds = evaluateLineCondition(line, "Unexpected token after while condition");
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        if (!holds) break;
+        size_t body = position + 1;
+        BlockSignal inner = BlockSignal::None;
+        Variable value = executeParsedBlock(lines, body, inner);
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        if (inner == BlockSignal::Return) {
+            signal = inner;
+            return value;
+        }
+        if (inner == BlockSignal::Break) break;
+        if (body >= lines.size() || lines[body].kind != LineKind::End) {
+            recordLine(*this, line);
+            throwError("Missing 'end' for while block", "end");
+        }
+    }
+    position = end + 1;
+    return Variable();
+}
+
+Variable OrvaneScript::executeRepeat(const std::vector<ParsedScriptLine>& lines, size_t& position,
+                                     BlockSignal& signal) {
+    size_t untilIndex = findMatchingUntil(lines, position + 1);
+    const ParsedScriptLine& untilLine = lines[untilIndex];
+    for (;;) {
+        size_t body = position + 1;
+        BlockSignal inner = BlockSignal::None;
+        Variable value = executeParsedBlock(lines, body, inner);
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        if (inner == BlockSignal::Return) {
+            signal = inner;
+            return value;
+        }
+        if (inner == BlockSignal::Break) break;
+        if (body != untilIndex) throwError("repeat block did not terminate at matching until", "until");
+        recordLine(*this, untilLine);
+        if (untilLine.tokens[0] != "until") throwError("Missing until condition", "until");
+        bool holds = evaluateLineCondition(untilLine, "Unexpected token after until condition");
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        if (holds) break;
+    }
+    position = untilIndex + 1;
+    return Variable();
+}
+
+Variable OrvaneScript::executeFor(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal) {
+    const ParsedScriptLine& line = lines[position];
+    const auto& tokens = line.tokens;
+    if (!(tokens.size() > 3 && isIdentifier(tokens[1]) && tokens[2] == "=")) return executeGenericFor(lines, position, signal);
+
+    size_t end = findMatchingEnd(lines, position + 1);
+    size_t pos = 3;
+    Variable start = evaluateExpression(tokens, pos, &line.analyses);
+    if (shouldAbortForSoftRaisedError()) return Variable();
+    if (pos >= tokens.size() || tokens[pos] != ",")
+        throwError("Expected ',' after for start value", pos < tokens.size() ? tokens[pos] : "EOF");
+    ++pos;
+    Variable limit = evaluateExpression(tokens, pos, &line.analyses);
+    if (shouldAbortForSoftRaisedError()) return Variable();
+    Variable step(int32_t(1));
+    if (pos < tokens.size() && tokens[pos] == ",") {
+        ++pos;
+        step = evaluateExpression(tokens, pos, &line.analyses);
+        if (shouldAbortForSoftRaisedError()) return Variable();
+    }
+    if (pos < tokens.size()) throwError("Unexpected token after for clause", tokens[pos]);
+    int32_t first = toInt(start), last = toInt(limit), increment = toInt(step);
+    if (increment == 0) throw std::runtime_error("for loop step must not be 0");
+
+    Scope scope;
+    scope.reserve(4);
+    scope.push_back({tokens[1], Variable()});
+    LoopScopeGuard loop(*this, std::move(scope));
+    // The counter runs in 64 bits, so a limit at the end of the 32-bit range still ends the loop.
+    for (int64_t counter = first; increment > 0 ? counter <= last : counter >= last; counter += increment) {
+        loop.scope()[0].value = Variable(int32_t(counter));
+        BlockSignal inner = BlockSignal::None;
+        Variable value = runLoopBody(lines, position + 1, inner);
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        if (inner == BlockSignal::Return) {
+            signal = inner;
+            return value;
+        }
+        if (inner == BlockSignal::Break) break;
+    }
+    position = end + 1;
+    return Variable();
+}
+
+Variable OrvaneScript::executeGenericFor(const std::vector<ParsedScriptLine>& lines, size_t& position,
+                                         BlockSignal& signal) {
+    const ParsedScriptLine& line = lines[position];
+    const auto& tokens = line.tokens;
+    std::vector<std::string> names;
+    size_t pos = 1;
+    for (;;) {
+        if (pos >= tokens.size() || !isIdentifier(tokens[pos]))
+            throwError("Expected loop variable name", pos < tokens.size() ? tokens[pos] : "EOF");
+        names.push_back(tokens[pos++]);
+        if (pos < tokens.size() && tokens[pos] == ",") {
+            ++pos;
+            continue;
+        }
+        break;
+    }
+    if (pos >= tokens.size() || tokens[pos] != "in")
+        throwError("Expected 'in' in generic for loop", pos < tokens.size() ? tokens[pos] : "EOF");
+    ++pos;
+    size_t end = findMatchingEnd(lines, position + 1);
+
+    Scope scope;
+    scope.reserve(std::max<size_t>(names.size(), 4));
+    for (const std::string& name : names) scope.push_back({name, Variable()});
+
+    // Binds one key/value pair, runs the body; false ends the loop.
+    Variable result;
+    bool returned = false;
+    auto visitPair = [&](LoopScopeGuard& loop, const Variable& key, const Variable& value) {
+        Scope& s = loop.scope();
+        if (names.size() == 1) {
+            s[0].value = Variable(VariableArray{key, value});
+        } else {
+            s[0].value = key;
+            s[1].value = value;
+            for (size_t i = 2; i < names.size(); ++i) s[i].value = Variable();
+        }
+        BlockSignal inner = BlockSignal::None;
+        Variable v = runLoopBody(lines, position + 1, inner);
+        if (shouldAbortForSoftRaisedError()) return false;
+        if (inner == BlockSignal::Return) {
+            signal = inner;
+            result = std::move(v);
+            returned = true;
+            return false;
+        }
+        return inner != BlockSignal::Break;
+    };
+
+    // pairs(x) and ipairs(x) written directly walk the container in place, with no list of pairs.
+    bool direct = false;
+    Variable container;
+    bool isPairs = false;
+    if (pos + 2 < tokens.size() && isIdentifier(tokens[pos]) && tokens[pos + 1] == "(" && tokens[pos + 2] != ")") {
+        Variable callee;
+        resolveVariableFast(tokens[pos], line.analyses[pos], callee);
+        if (callee.type == VarType::Function && callee.asCallable() && callee.asCallable()->isNative &&
+            (callee.asCallable()->name == "pairs" || callee.asCallable()->name == "ipairs")) {
+            isPairs = callee.asCallable()->name == "pairs";
+            size_t argPos = pos + 2;
+            container = evaluateExpression(tokens, argPos, &line.analyses);
+            if (shouldAbortForSoftRaisedError()) return Variable();
+            direct = argPos + 1 == tokens.size() && tokens[argPos] == ")";
+        }
+    }
+    if (direct) {
+        LoopScopeGuard loop(*this, std::move(scope));
+        if (container.type == VarType::Array) {
+            ArrayPtr items = container.asArray();
+            for (size_t i = 0; i < items->size(); ++i) {
+                Variable element = (*items)[i];
+                if (!visitPair(loop, Variable(int32_t(i + 1)), element)) break;
+            }
+        } else if (container.type == VarType::Table && isPairs) {
+            TablePtr table = container.asTable();
+            std::vector<std::string> keys = getIterationTableKeys(table);
+            VariableArray keyValues = getIterationTableKeyValues(table);
+            for (size_t i = 0; i < keys.size(); ++i) {
+                auto it = table->find(keys[i]);
+                Variable value = it == table->end() ? Variable() : it->second;
+                if (!visitPair(loop, keyValues[i], value)) break;
+            }
+        } else if (container.type == VarType::Table) {
+            TablePtr table = container.asTable();
+            int32_t length = numericTableLength(table);
+            for (int32_t i = 1; i <= length; ++i) {
+                auto it = table->find(std::to_string(i));
+                Variable value = it == table->end() ? Variable() : it->second;
+                if (!visitPair(loop, Variable(i), value)) break;
+            }
+        } else {
+            throw std::runtime_error(isPairs ? "pairs(container) expects an array or table"
+                                             : "ipairs(container) expects an array or table");
+        }
+    } else {
+        Variable iterator = evaluateExpression(tokens, pos, &line.analyses);
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        if (pos < tokens.size()) throwError("Unexpected token after for iterator", tokens[pos]);
+        if (iterator.type != VarType::Array) throw std::runtime_error("generic for loops expect an array iterator");
+        ArrayPtr items = iterator.asArray();
+        LoopScopeGuard loop(*this, std::move(scope));
+        for (size_t i = 0; i < items->size(); ++i) {
+            Variable element = (*items)[i];
+            Scope& s = loop.scope();
+            if (names.size() == 1) {
+                s[0].value = element;
+            } else if (element.type == VarType::Array) {
+                const VariableArray& parts = *element.asArray();
+                for (size_t k = 0; k < names.size(); ++k) s[k].value = k < parts.size() ? parts[k] : Variable();
+            } else {
+                s[0].value = element;
+                for (size_t k = 1; k < names.size(); ++k) s[k].value = Variable();
+            }
+            BlockSignal inner = BlockSignal::None;
+            Variable v = runLoopBody(lines, position + 1, inner);
+            if (shouldAbortForSoftRaisedError()) return Variable();
+            if (inner == BlockSignal::Return) {
+                signal = inner;
+                return v;
+            }
+            if (inner == BlockSignal::Break) break;
+        }
+    }
+    if (shouldAbortForSoftRaisedError()) return Variable();
+    if (returned) return result;
+    position = end + 1;
+    return Variable();
+}
+
+void OrvaneScript::executeFunctionDeclaration(const std::vector<ParsedScriptLine>& lines, size_t& position) {
+    const ParsedScriptLine& line = lines[position];
+    const auto& tokens = line.tokens;
+    size_t pos = line.kind == LineKind::Function ? 1 : 2;
+    if (pos >= tokens.size() || !isIdentifier(tokens[pos]))
+        throwError("Expected function target", pos < tokens.size() ? tokens[pos] : "EOF");
+    size_t nameToken = pos++;
+    std::vector<Variable> keys;
+    while (pos < tokens.size() && tokens[pos] == "[") {
+        ++pos;
+        keys.push_back(evaluateExpression(tokens, pos, &line.analyses));
+        if (shouldAbortForSoftRaisedError()) return;
+        if (pos >= tokens.size() || tokens[pos] != "]")
+            throwError("Expected closing bracket in function target", pos < tokens.size() ? tokens[pos] : "EOF");
+        ++pos;
+    }
+    if (pos >= tokens.size() || tokens[pos] != "(")
+        throwError("Expected '(' after function target", pos < tokens.size() ? tokens[pos] : "EOF");
+    ++pos;
+    auto function = std::make_shared<ScriptCallable>();
+    function->isNative = false;
+    function->isDecay = line.kind == LineKind::DecayFunction;
+    while (pos < tokens.size() && tokens[pos] != ")") {
+        if (tokens[pos] == "...") {
+            function->isVariadic = true;
+            ++pos;
+            break;
+        }
+        if (!isIdentifier(tokens[pos])) throwError("Expected function parameter name", tokens[pos]);
+        function->parameters.push_back(tokens[pos++]);
+        if (pos < tokens.size() && tokens[pos] == ",") {
+            ++pos;
+            continue;
+        }
+        if (pos >= tokens.size() || tokens[pos] != ")")
+            throwError("Expected ',' or ')' after function parameter", pos < tokens.size() ? tokens[pos] : "EOF");
+    }
+    if (pos >= tokens.size() || tokens[pos] != ")")
+        throwError("Expected ')' after function parameters", pos < tokens.size() ? tokens[pos] : "EOF");
+    ++pos;
+    if (pos < tokens.size()) throwError("Unexpected token after function declaration", tokens[pos]);
+
+    size_t end = findMatchingEnd(lines, position + 1);
+    if (!sourceRootStack.empty() && sourceRootStack.back()) function->sourceRoot = *sourceRootStack.back();
+    if (!sourcePathStack.empty() && sourcePathStack.back()) function->sourcePath = *sourcePathStack.back();
+    function->body.assign(lines.begin() + std::ptrdiff_t(position + 1), lines.begin() + std::ptrdiff_t(end));
+    prepareParsedLines(function->body);
+
+    uint8_t target = line.kind == LineKind::NativeFunction  ? kTargetNative
+                     : line.kind == LineKind::LocalFunction ? kTargetLocal
+                                                            : kTargetPlain;
+    const std::string& name = tokens[nameToken];
+    Variable value(std::move(function));
+    if (keys.empty()) {
+        assignVariable(name, value, target);
+    } else {
+        Variable container;
+        if (!resolveVariableFast(name, line.analyses[nameToken], container)) container = Variable::makeTable();
+        Variable* level = &container;
+        for (size_t i = 0; i + 1 < keys.size(); ++i) {
+            if (getIndexedValue(*level, keys[i]).isNil())
+                setIndexedValue(*level, keys[i],
+                                prefersArrayStorage(keys[i + 1]) ? Variable::makeArray() : Variable::makeTable(), true);
+            level = &getIndexedValueMutable(*level, keys[i], true);
+        }
+        setIndexedValue(*level, keys.back(), value, true);
+        assignVariable(name, container, target);
+    }
+    position = end + 1;
+}
+
+}  // namespace orvane
