@@ -87,10 +87,13 @@ Variable OrvaneScript::dispatchBuiltinFast(uint8_t id, const Variable* args, siz
 
 // Each script call costs several native frames (more under sanitizers), so depth is bounded by
 // the stack actually used rather than by a count.
-void OrvaneScript::checkNativeStack() {
-    char here;
+// Calls check against the budget and everything else against a little more, so that a runaway
+// recursion always stops at a call, whatever the frame sizes of this build.
+// The frame address, not a local's: under AddressSanitizer locals may live on a heap "fake stack".
+void OrvaneScript::checkNativeStack(size_t slack) {
     if (!stackBase) return;
-    if (size_t(stackBase - &here) > stackBudget) throw std::runtime_error("stack overflow");
+    const char* here = static_cast<const char*>(__builtin_frame_address(0));
+    if (here < stackBase && size_t(stackBase - here) > stackBudget + slack) throw std::runtime_error("stack overflow");
 }
 
 static size_t nativeStackBudget() {
@@ -102,8 +105,7 @@ static size_t nativeStackBudget() {
 }
 
 void OrvaneScript::markStackBase() {
-    char here;
-    stackBase = &here;
+    stackBase = static_cast<const char*>(__builtin_frame_address(0));
     stackBudget = nativeStackBudget();
 }
 
@@ -114,7 +116,7 @@ Variable OrvaneScript::invokeCallable(const Variable& callee, const VariableArra
 Variable OrvaneScript::invokeCallableFast(const Variable& callee, const Variable* args, size_t count) {
     if (callDepth == 0) markStackBase();
     CallDepthGuard depth(*this);
-    checkNativeStack();
+    checkNativeStack(0);
     if (callee.type != VarType::Function)
         throw std::runtime_error(std::string("Attempted to call a non-function value of type ") + typeName(callee.type));
     // Held here, so that a function that replaces its own global keeps running.
@@ -136,6 +138,7 @@ Variable OrvaneScript::callScriptFunction(const CallablePtr& function, const Var
     BlockSignal signal = BlockSignal::None;
     Variable result;
     {
+        LocationGuard location(*this);
         CallFrameGuard frame(*this, *function, args, count);
         size_t position = 0;
         result = executeParsedBlock(function->body, position, signal);

@@ -216,7 +216,7 @@ private:
 
     Variable* globalSlotPtr(const std::string& name, TokenAnalysis* analysis);
     Variable* findInScopes(const std::string& name);
-    void checkNativeStack();
+    void checkNativeStack(size_t slack = size_t(256) << 10);
     void markStackBase();
     TableCacheEntry& tableCacheEntry(const TablePtr& table);
 
@@ -285,6 +285,25 @@ public:
     // Script recursion is bounded by the native stack it uses, measured from the outermost call.
     const char* stackBase = nullptr;
     size_t stackBudget = 0;
+};
+
+// Keeps the error location of the running line across a nested run, whose lines may be gone
+// by the time the caller's line raises.
+struct LocationGuard {
+    explicit LocationGuard(OrvaneScript& s)
+        : script(s), lineNumber(s.currentLineNumber), tokenIndex(s.currentTokenIndex), line(s.currentLine),
+          sourceText(s.currentSourceText), near(s.nearToken) {}
+    ~LocationGuard() {
+        script.currentLineNumber = lineNumber;
+        script.currentTokenIndex = tokenIndex;
+        script.currentLine = line;
+        script.currentSourceText = std::move(sourceText);
+        script.nearToken = std::move(near);
+    }
+    OrvaneScript& script;
+    uint64_t lineNumber, tokenIndex;
+    const ParsedScriptLine* line;
+    std::string sourceText, near;
 };
 
 }  // namespace orvane

@@ -10,25 +10,6 @@
 
 namespace orvane {
 
-// Keeps the error location of the running line across a nested run, whose lines may be gone
-// by the time the caller's line raises.
-struct LocationGuard {
-    explicit LocationGuard(OrvaneScript& s)
-        : script(s), lineNumber(s.currentLineNumber), tokenIndex(s.currentTokenIndex), line(s.currentLine),
-          sourceText(s.currentSourceText), near(s.nearToken) {}
-    ~LocationGuard() {
-        script.currentLineNumber = lineNumber;
-        script.currentTokenIndex = tokenIndex;
-        script.currentLine = line;
-        script.currentSourceText = std::move(sourceText);
-        script.nearToken = std::move(near);
-    }
-    OrvaneScript& script;
-    uint64_t lineNumber, tokenIndex;
-    const ParsedScriptLine* line;
-    std::string sourceText, near;
-};
-
 namespace {
 
 // A block that is never closed is found before any line runs.
@@ -82,8 +63,9 @@ CallablePtr OrvaneScript::makeChunk(std::vector<ParsedScriptLine>&& lines, const
 void OrvaneScript::runScript(const std::string& text) {
     if (callDepth == 0) markStackBase();
     LocationGuard location(*this);
+    std::vector<ParsedScriptLine> lines;  // outlives the catch, which may name its current line
     try {
-        std::vector<ParsedScriptLine> lines = compileLines(text);
+        lines = compileLines(text);
         size_t position = 0;
         BlockSignal signal = BlockSignal::None;
         executeParsedBlock(lines, position, signal);
