@@ -81,7 +81,7 @@ Variable OrvaneScript::dispatchBuiltinFast(uint8_t id, const Variable* args, siz
     case kBuiltinSelect: return selectFunctionFast(args, count);
     case kBuiltinCollectGarbage: return collectGarbageFunction(args, count);
     case kBuiltinLen: return lenFunction(args, count);
-    default: throw std::runtime_error("Unknown built-in function id " + std::to_string(id));
+    default: return dispatchLibraryBuiltinFast(id, args, count);
     }
 }
 

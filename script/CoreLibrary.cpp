@@ -81,17 +81,7 @@ void OrvaneScript::installStandardLibrary() {
     pushVariable("ORVANE_NAME", Variable("OrvaneScript"));
     pushVariable("ORVANE_AUTHOR", Variable("Nerys"));
 
-    auto member = [this](const char* qualified, Variable (S::*function)(const Variable*, size_t)) {
-        return makeNativeCallable([this, function](const VariableArray& args) { return (this->*function)(args.data(), args.size()); },
-                                  qualified);
-    };
-    makeLibraryTable("string", {});
-    makeLibraryTable("table", {});
-    makeLibraryTable("math", {{"random", member("math.random", &S::randomFunction)}, {"pi", Variable(3.1415927f)}});
-    makeLibraryTable("utf8", {});
-    makeLibraryTable("io", {});
-    makeLibraryTable("os", {});
-    makeLibraryTable("package", {{"path", Variable("")}, {"cpath", Variable("")}});
+    installLibraryMembers();
 }
 
 Variable OrvaneScript::printFunction(const Variable* args, size_t count) {

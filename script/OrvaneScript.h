@@ -196,6 +196,10 @@ public:
     Variable getFunction(const Variable* args, size_t count);
     Variable setFunction(const Variable* args, size_t count);
 
+    // String, table, math, os, io and utf8 libraries.
+    void installLibraryMembers();
+    Variable dispatchLibraryBuiltinFast(uint8_t id, const Variable* args, size_t count);
+
     // Where the running statement is, for error texts.
     uint64_t currentLineNumber = 0;
     uint64_t currentTokenIndex = 0;
