@@ -7,9 +7,10 @@ JOBS       ?= 2
 
 # Debian packages: the engine's build, the tests' oracles, the benchmarks' references.
 PACKAGES = g++ cmake ninja-build ccache qtbase5-dev libgtest-dev libgmock-dev \
-           libbenchmark-dev lua5.4 xvfb
+           libbenchmark-dev lua5.4 xvfb \
+           libpng-dev zlib1g-dev libstb-dev python3-pil imagemagick pngcheck clang libclang-rt-14-dev
 
-.PHONY: deps build run test clean
+.PHONY: deps build run test clean fuzz bench
 
 deps:
 	@missing=""; for p in $(PACKAGES); do \
@@ -33,5 +34,18 @@ test: deps
 	cmake --build $(TEST_BUILD) -j $(JOBS)
 	cd $(TEST_BUILD) && ctest --output-on-failure -j $(JOBS)
 
+# Longer fuzzing of the image codecs than `make test` does; FUZZ_TIME seconds per target.
+FUZZ_BUILD ?= build-fuzz
+FUZZ_TIME  ?= 600
+fuzz: deps
+	bash tests/codec/fuzz.sh $(FUZZ_BUILD) -max_total_time=$(FUZZ_TIME) -print_final_stats=1
+
+# Benchmarks: a Release build without sanitizers in its own folder, then every benchmark.
+BENCH_BUILD ?= build-bench
+bench: deps
+	cmake -S bench -B $(BENCH_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release
+	cmake --build $(BENCH_BUILD) -j $(JOBS)
+	bash bench/run.sh $(BENCH_BUILD)
+
 clean:
-	rm -rf $(BUILD) $(TEST_BUILD)
+	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(BENCH_BUILD)

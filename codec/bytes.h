@@ -1,0 +1,73 @@
+// Byte order helpers and overflow-checked size arithmetic shared by all readers and writers.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <vector>
+
+namespace ot::png {
+
+inline bool checked_add(uint64_t a, uint64_t b, uint64_t& out) {
+    return !__builtin_add_overflow(a, b, &out);
+}
+
+inline bool checked_mul(uint64_t a, uint64_t b, uint64_t& out) {
+    return !__builtin_mul_overflow(a, b, &out);
+}
+
+// Pixel count and its RGBA byte size, both checked, and the byte size must fit in memory.
+inline bool compute_pixel_count(uint64_t width, uint64_t height, uint64_t& count) {
+    uint64_t bytes = 0;
+    return checked_mul(width, height, count) && checked_mul(count, 4, bytes) && bytes <= SIZE_MAX;
+}
+
+inline uint32_t read_u32_be(const uint8_t* p) {
+    return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
+}
+inline uint16_t read_u16_le(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
+inline uint32_t read_u32_le(const uint8_t* p) {
+    return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+}
+inline int32_t read_s32_le(const uint8_t* p) { return int32_t(read_u32_le(p)); }
+
+inline void write_u32_be(uint8_t* p, uint32_t v) {
+    p[0] = uint8_t(v >> 24);
+    p[1] = uint8_t(v >> 16);
+    p[2] = uint8_t(v >> 8);
+    p[3] = uint8_t(v);
+}
+inline void write_u16_le(uint8_t* p, uint16_t v) {
+    p[0] = uint8_t(v);
+    p[1] = uint8_t(v >> 8);
+}
+inline void write_u32_le(uint8_t* p, uint32_t v) {
+    write_u16_le(p, uint16_t(v));
+    write_u16_le(p + 2, uint16_t(v >> 16));
+}
+inline void append_u32_be(std::vector<uint8_t>& out, uint32_t v) {
+    uint8_t b[4];
+    write_u32_be(b, v);
+    out.insert(out.end(), b, b + 4);
+}
+
+inline bool write_bytes(std::FILE* file, const void* data, size_t size) {
+    return size == 0 || std::fwrite(data, 1, size, file) == size;
+}
+
+// Closes a file that a writer opened; a failed close fails the write.
+inline bool close_written_file(std::FILE* file, bool ok) { return std::fclose(file) == 0 && ok; }
+
+// A canvas that the file's pixel data may cover only in part (an APNG whose frames replace the
+// default image, a REI file) is refused when it is far larger than the data could describe: a
+// few dozen bytes must not make us allocate gigabytes. The bound: 64 MiB of RGBA, or 4128 bytes
+// per byte of data (deflate's greatest expansion, about 1032 to 1, times 4 from a grey sample).
+inline bool canvas_fits_data(uint64_t pixelCount, uint64_t dataBytes) {
+    constexpr uint64_t kFloor = uint64_t(64) << 20;
+    uint64_t canvasBytes, bound;
+    if (!checked_mul(pixelCount, 4, canvasBytes)) return false;
+    if (!checked_mul(dataBytes, 4128, bound)) return true;
+    return canvasBytes <= (bound > kFloor ? bound : kFloor);
+}
+
+}  // namespace ot::png
