@@ -29,6 +29,11 @@ size_t skipGroup(const std::vector<std::string>& tokens, size_t i, size_t end) {
 // last of them an argument list. Only such a value is cut down to its first result.
 bool isCallShaped(const std::vector<std::string>& tokens, TokenRange range) {
     auto [begin, end] = range;
+    // Parentheses around the whole value change nothing.
+    while (end - begin >= 2 && tokens[begin] == "(" && skipGroup(tokens, begin, end) == end) {
+        ++begin;
+        --end;
+    }
     if (end - begin < 3 || tokens[end - 1] != ")") return false;
     size_t i = begin;
     const std::string& first = tokens[begin];
@@ -58,7 +63,12 @@ Variable firstOfMulti(const Variable& value) {
 
 }  // namespace
 
-Variable OrvaneScript::evaluateRange(const ParsedScriptLine& line, TokenRange range) {
+Variable OrvaneScript::evaluateRange(const ParsedScriptLine& line, TokenRange range, const FastExpression* compiled) {
+    if (compiled && compiled->valid) {
+        Variable value = evaluateFastExpression(*compiled, line.tokens, line.analyses);
+        noteTokenRead(line.tokens[range.second - 1]);
+        return value;
+    }
     size_t pos = range.first;
     Variable value = evaluateExpression(line.tokens, pos, &line.analyses);
     if (shouldAbortForSoftRaisedError()) return Variable();
@@ -121,9 +131,13 @@ bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& res
     const auto& ranges = line.valueRanges;
     result = Variable();
 
+    auto valueExpression = [&](size_t i) {
+        return i < line.valueExpressions.size() ? &line.valueExpressions[i] : nullptr;
+    };
     auto evaluateKeys = [&](const ParsedAssignmentTarget& target, std::vector<Variable>& keys) {
-        for (const TokenRange& range : target.indexRanges) {
-            keys.push_back(evaluateRange(line, range));
+        for (size_t k = 0; k < target.indexRanges.size(); ++k) {
+            const TokenRange& range = target.indexRanges[k];
+            keys.push_back(evaluateRange(line, range, k < target.indexExpressions.size() ? &target.indexExpressions[k] : nullptr));
             if (shouldAbortForSoftRaisedError()) return false;
         }
         return true;
@@ -136,9 +150,13 @@ bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& res
         if (!evaluateKeys(target, keys)) return true;
         Variable value;
         if (!ranges.empty()) {
-            value = evaluateRange(line, ranges[0]);
+            value = evaluateRange(line, ranges[0], valueExpression(0));
             if (shouldAbortForSoftRaisedError()) return true;
-            if (value.type == VarType::Multi && isCallShaped(tokens, ranges[0])) value = firstOfMulti(value);
+            bool call = line.singleValue.valid
+                            ? line.singleCall.valid || line.singleValue.nodes[size_t(line.singleValue.root)].kind ==
+                                                           FastExprNodeKind::Call
+                            : isCallShaped(tokens, ranges[0]);
+            if (value.type == VarType::Multi && call) value = firstOfMulti(value);
         }
         if (!keys.empty()) {
             applyToTarget(line, target, keys, op, value, nullptr);
@@ -159,8 +177,8 @@ bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& res
     // Shape 2: several plain targets with `=`; a single Multi value spreads over them.
     if (allPlain && op == '=' && targets.size() > 1) {
         VariableArray values;
-        for (const TokenRange& range : ranges) {
-            values.push_back(evaluateRange(line, range));
+        for (size_t i = 0; i < ranges.size(); ++i) {
+            values.push_back(evaluateRange(line, ranges[i], valueExpression(i)));
             if (shouldAbortForSoftRaisedError()) return true;
         }
         if (values.size() == 1 && values[0].type == VarType::Multi) {
@@ -177,8 +195,8 @@ bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& res
     for (size_t i = 0; i < targets.size(); ++i)
         if (!evaluateKeys(targets[i], keys[i])) return true;
     VariableArray values;
-    for (const TokenRange& range : ranges) {
-        values.push_back(evaluateRange(line, range));
+    for (size_t i = 0; i < ranges.size(); ++i) {
+        values.push_back(evaluateRange(line, ranges[i], valueExpression(i)));
         if (shouldAbortForSoftRaisedError()) return true;
     }
     if (values.empty()) values.emplace_back();

@@ -135,13 +135,18 @@ Variable OrvaneScript::invokeCallableFast(const Variable& callee, const Variable
 
 Variable OrvaneScript::callScriptFunction(const CallablePtr& function, const Variable* args, size_t count) {
     if (function->isLoadedChunk && count != 0) throw std::runtime_error("Loaded script chunks do not accept call arguments");
+    if (function->fastBodyKind != 0) return callFastBody(function, args, count);
     BlockSignal signal = BlockSignal::None;
     Variable result;
     {
         LocationGuard location(*this);
         CallFrameGuard frame(*this, *function, args, count);
-        size_t position = 0;
-        result = executeParsedBlock(function->body, position, signal);
+        if (function->bytecode && !referenceRoute) {
+            result = executeBytecodeChunk(function->bytecode, function->chunkIndex, signal);
+        } else {
+            size_t position = 0;
+            result = executeParsedBlock(function->body, position, signal);
+        }
     }
     if (shouldAbortForSoftRaisedError()) return Variable();
     if (signal == BlockSignal::Break) throw std::runtime_error("break used outside a loop");

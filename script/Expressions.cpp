@@ -67,6 +67,7 @@ const std::string& OrvaneScript::consume(Cursor& c) {
     currentTokenIndex = c.pos;
     const std::string& token = c.tokens[c.pos++];
     nearToken = token;
+    nearTokenFromFast = false;
     return token;
 }
 

@@ -1,6 +1,7 @@
 // Derived fields of parsed lines: assignment shapes and the links between the lines of a block.
 #include <stdexcept>
 
+#include "script/OrvaneScript.h"
 #include "script/ParsedLine.h"
 
 namespace orvane {
@@ -64,6 +65,10 @@ bool splitValueRanges(const std::vector<std::string>& tokens, size_t cursor, std
     return !out.empty();
 }
 
+FastExpression compileRange(const ParsedScriptLine& line, TokenRange range) {
+    return compileFastExpressionRange(line.tokens, line.analyses, range.first, range.second);
+}
+
 void prepareAssignment(ParsedScriptLine& line) {
     const auto& tokens = line.tokens;
     size_t cursor = 0;
@@ -87,6 +92,103 @@ void prepareAssignment(ParsedScriptLine& line) {
     line.valueRanges = std::move(values);
 }
 
+void compileAssignment(ParsedScriptLine& line) {
+    for (const TokenRange& range : line.valueRanges) line.valueExpressions.push_back(compileRange(line, range));
+    for (ParsedAssignmentTarget& target : line.targets)
+        for (const TokenRange& range : target.indexRanges) target.indexExpressions.push_back(compileRange(line, range));
+    if (line.targets.size() == 1 && line.targets[0].indexRanges.empty() && line.valueRanges.size() == 1) {
+        line.singleValue = line.valueExpressions[0];
+        line.singleCall = compileFastCallExpressionRange(line.tokens, line.analyses, line.valueRanges[0].first,
+                                                         line.valueRanges[0].second);
+    }
+}
+
+// Ranges split at top-level commas from `cursor` to the end; false when one is empty.
+bool splitAtCommas(const std::vector<std::string>& tokens, size_t cursor, std::vector<TokenRange>& out) {
+    while (cursor < tokens.size()) {
+        size_t end = scanBracketRange(tokens, cursor, "");
+        if (end == cursor) return false;
+        out.emplace_back(cursor, end);
+        if (end >= tokens.size()) return true;
+        cursor = end + 1;
+        if (cursor >= tokens.size()) return false;
+    }
+    return false;
+}
+
+void compileFor(ParsedScriptLine& line) {
+    const auto& tokens = line.tokens;
+    if (isIdentifier(tokens[1]) && tokens[2] == "=") {
+        line.isNumericFor = true;
+        size_t startEnd = scanBracketRange(tokens, 3, "");
+        if (startEnd == 3 || startEnd >= tokens.size()) return;
+        size_t limitBegin = startEnd + 1;
+        size_t limitEnd = scanBracketRange(tokens, limitBegin, "");
+        if (limitEnd == limitBegin) return;
+        FastExpression start = compileRange(line, {3, startEnd});
+        FastExpression limit = compileRange(line, {limitBegin, limitEnd});
+        if (limitEnd < tokens.size()) {
+            size_t stepBegin = limitEnd + 1;
+            if (stepBegin >= tokens.size()) return;
+            size_t stepEnd = scanBracketRange(tokens, stepBegin, "");
+            if (stepEnd != tokens.size()) return;
+            line.forStep = compileRange(line, {stepBegin, stepEnd});
+            line.forHasStep = true;
+        }
+        line.forStart = std::move(start);
+        line.forLimit = std::move(limit);
+        return;
+    }
+    size_t cursor = 1;
+    while (cursor < tokens.size() && isIdentifier(tokens[cursor])) {
+        line.forVariables.push_back(cursor++);
+        if (cursor < tokens.size() && tokens[cursor] == ",") ++cursor;
+        else break;
+    }
+    if (line.forVariables.empty() || cursor + 1 >= tokens.size() || tokens[cursor] != "in") {
+        line.forVariables.clear();
+        return;
+    }
+    size_t begin = cursor + 1;
+    line.forIterator = compileRange(line, {begin, tokens.size()});
+    if (isIdentifier(tokens[begin]) && begin + 1 < tokens.size() && tokens[begin + 1] == "(" &&
+        tokens.back() == ")" && begin + 3 < tokens.size() &&
+        scanBracketRange(tokens, begin + 2, ")") == tokens.size() - 1) {
+        uint8_t id = builtinIdFromName(tokens[begin]);
+        if (id == kBuiltinPairs || id == kBuiltinIpairs) {
+            line.forIteratorBuiltin = id;
+            line.forIterator = compileRange(line, {begin + 2, tokens.size() - 1});
+        }
+    }
+}
+
+void compileLine(ParsedScriptLine& line) {
+    const auto& tokens = line.tokens;
+    if (line.isAssignment) compileAssignment(line);
+    switch (line.kind) {
+    case LineKind::If:
+    case LineKind::ElseIf:
+    case LineKind::While:
+    case LineKind::Until:
+        line.condition = compileRange(line, {1, tokens.size()});
+        break;
+    case LineKind::Statement:
+        if (!line.isAssignment) line.statement = compileRange(line, {0, tokens.size()});
+        break;
+    case LineKind::Return:
+        if (tokens.size() > 1) {
+            std::vector<TokenRange> ranges;
+            if (splitAtCommas(tokens, 1, ranges))
+                for (const TokenRange& range : ranges) line.returnValues.push_back(compileRange(line, range));
+        }
+        break;
+    case LineKind::For:
+        if (tokens.size() > 3) compileFor(line);
+        break;
+    default: break;
+    }
+}
+
 struct BlockEntry {
     int kind;  // 0 if, 1 while, 2 for, 3 function, 4 repeat
     size_t opener;
@@ -95,7 +197,7 @@ struct BlockEntry {
 
 }  // namespace
 
-void prepareParsedLines(std::vector<ParsedScriptLine>& lines) {
+void prepareParsedLines(std::vector<ParsedScriptLine>& lines, bool compile) {
     for (ParsedScriptLine& line : lines) {
         line.kind = classifyParsedLineKind(line.tokens);
         line.matchIndex = kNoLink;
@@ -106,8 +208,21 @@ void prepareParsedLines(std::vector<ParsedScriptLine>& lines) {
         line.assignOperatorIndex = 0;
         line.targets.clear();
         line.valueRanges.clear();
+        line.valueExpressions.clear();
+        line.singleValue = {};
+        line.singleCall = {};
+        line.condition = {};
+        line.statement = {};
+        line.returnValues.clear();
+        line.isNumericFor = false;
+        line.forStart = line.forLimit = line.forStep = {};
+        line.forHasStep = false;
+        line.forVariables.clear();
+        line.forIterator = {};
+        line.forIteratorBuiltin = 0;
         if (line.tokens.empty()) continue;
         prepareAssignment(line);
+        if (compile) compileLine(line);
     }
 
     std::vector<BlockEntry> stack;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -13,6 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "script/FastExpression.h"
 #include "script/ParsedLine.h"
 #include "script/Variable.h"
 
@@ -62,7 +64,13 @@ enum BuiltinId : uint8_t {
 
 uint8_t builtinIdFromName(std::string_view name);
 
+// Marks a function whose body is one `return`, or a literal guard and a `return`, for scopeless calls.
+void prepareFastCallableBody(ScriptCallable& callable);
+
 // The message of an `error` or failed `assert` outside any pcall.
+struct BytecodeProgram;
+struct Instruction;
+
 struct RaisedScriptError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -91,6 +99,7 @@ struct TableCacheEntry {
 
 // A loaded script file: its parsed lines and the stamp that tells whether it changed.
 struct ScriptFileCacheEntry {
+    std::shared_ptr<BytecodeProgram> program;
     CallablePtr chunk;
     off_t size = 0;
     int64_t mtimeSec = 0;
@@ -199,6 +208,105 @@ public:
     // String, table, math, os, io and utf8 libraries.
     void installLibraryMembers();
     Variable dispatchLibraryBuiltinFast(uint8_t id, const Variable* args, size_t count);
+    Variable gsubFunction(const Variable* args, size_t count);
+    Variable gsubImpl(const Variable& subject, const Variable& pattern, const Variable& replacement);
+    Variable stringLenFunction(const Variable* args, size_t count);
+    Variable upperFunction(const Variable* args, size_t count);
+    Variable lowerFunction(const Variable* args, size_t count);
+    Variable subFunction(const Variable* args, size_t count);
+    Variable findFunctionImpl(const Variable* args, size_t count);
+    Variable matchFunctionImpl(const Variable* args, size_t count);
+    Variable gmatchFunctionImpl(const Variable* args, size_t count);
+    Variable byteFunctionImpl(const Variable* args, size_t count);
+    Variable charFunction(const Variable* args, size_t count);
+    Variable formatFunctionImpl(const Variable* args, size_t count);
+    Variable repFunction(const Variable* args, size_t count);
+    Variable insertFunctionImpl(const Variable* args, size_t count);
+    Variable removeFunctionImpl(const Variable* args, size_t count);
+    Variable concatFunctionImpl(const Variable* args, size_t count);
+    Variable sortFunctionImpl(const Variable* args, size_t count);
+    Variable floorFunction(const Variable* args, size_t count);
+    Variable ceilFunction(const Variable* args, size_t count);
+    Variable absFunction(const Variable* args, size_t count);
+    Variable minFunction(const Variable* args, size_t count);
+    Variable maxFunction(const Variable* args, size_t count);
+    Variable sinFunction(const Variable* args, size_t count);
+    Variable cosFunction(const Variable* args, size_t count);
+    Variable radFunction(const Variable* args, size_t count);
+    Variable logFunction(const Variable* args, size_t count);
+    Variable sqrtFunction(const Variable* args, size_t count);
+    Variable randomSeedFunction(const Variable* args, size_t count);
+    Variable clockFunction(const Variable* args, size_t count);
+    Variable timeFunction(const Variable* args, size_t count);
+    Variable utf8LenFunction(const Variable* args, size_t count);
+    Variable utf8OffsetFunction(const Variable* args, size_t count);
+    Variable openFileFunction(const Variable* args, size_t count);
+    Variable popenFunction(const Variable* args, size_t count);
+
+    Variable executeBytecodeChunkInternal(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
+                                          BlockSignal& signal, bool allowScope);
+    bool executeInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex, BlockSignal& signal,
+                            Variable& running);
+    bool isInlineableChunk(BytecodeProgram& program, uint32_t chunkIndex);
+    bool executeInstruction(const std::shared_ptr<BytecodeProgram>& program, const Instruction& instruction,
+                            BlockSignal& signal, Variable& running, bool inlineForm);
+    Variable runBlock(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunk, BlockSignal& signal);
+    void executeSimpleAssign(const ParsedScriptLine& line);
+    const ParsedScriptLine& lineStep(const BytecodeProgram& program, uint32_t index);
+
+    // Fast expressions: try evaluators answer true with a result, or false, with no effects, to
+    // leave the node to a more general evaluator.
+    bool tryEvaluateFastExpressionIntNode(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
+                                          std::vector<TokenAnalysis>& analyses, int32_t& out);
+    bool tryEvaluateFastExpressionBoolNode(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
+                                           std::vector<TokenAnalysis>& analyses, bool& out);
+    bool tryEvaluateFastExpressionScalarNode(const FastExpression& e, int32_t node,
+                                             const std::vector<std::string>& tokens,
+                                             std::vector<TokenAnalysis>& analyses, FastScalarValue& out);
+    bool tryEvaluateFastExpressionScalar(const FastExpression& e, const std::vector<std::string>& tokens,
+                                         std::vector<TokenAnalysis>& analyses, FastScalarValue& out);
+    Variable evaluateFastExpressionNode(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
+                                        std::vector<TokenAnalysis>& analyses);
+    Variable evaluateFastExpression(const FastExpression& e, const std::vector<std::string>& tokens,
+                                    std::vector<TokenAnalysis>& analyses);
+    bool appendFastStringConcatNode(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
+                                    std::vector<TokenAnalysis>& analyses, std::string& text);
+    bool tryExecuteDiscardedFastCall(const FastExpression& e, const std::vector<std::string>& tokens,
+                                     std::vector<TokenAnalysis>& analyses);
+    bool tryEvaluateNativeBuiltinScalar(uint8_t id, const Variable* args, size_t count, FastScalarValue& out);
+    bool tryEvaluateFastCallableScalar(const ScriptCallable& callable, const Variable* args, size_t count,
+                                       FastScalarValue& out);
+    Variable evaluateFastCallableReturn(const ScriptCallable& callable);
+    bool tryFastScalarFromIndexedValue(const Variable& base, const Variable& index, FastScalarValue& out);
+    bool tryApplyFastScalarOperationInPlace(Variable& variable, char op, const FastScalarValue& scalar);
+
+    // The running fast callable, whose parameters resolve without a scope.
+    const ScriptCallable* fastCallable = nullptr;
+    const Variable* fastArgs = nullptr;
+    size_t fastArgCount = 0;
+    Variable* fastParameter(size_t slot);
+    Variable missingArgument;
+    Variable callFastBody(const CallablePtr& function, const Variable* args, size_t count);
+    void noteFastErrorToken(const std::vector<std::string>& tokens, const FastExpression& e, int32_t node);
+    bool nearTokenFromFast = false;  // nearToken was named by a compiled expression's error
+    // After a compiled expression, the near token the token route would have left behind.
+    void noteTokenRead(const std::string& token) {
+        if (shouldAbortForSoftRaisedError()) return;
+        nearToken = token;
+        nearTokenFromFast = false;
+    }
+
+    // Bytecode: every script text compiles to a program; its chunks run in the executor.
+    std::shared_ptr<BytecodeProgram> compileToBytecodeInternal(const std::string& source);
+    std::shared_ptr<BytecodeProgram> compileToBytecode(const std::string& source, const std::string& path = {});
+    Variable runBytecodeProgram(const std::shared_ptr<BytecodeProgram>& program);
+    Variable runBytecode(const BytecodeProgram& program);
+    Variable executeBytecodeChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
+                                  BlockSignal& signal);
+
+    // Off, every text runs on the reference route: parsed lines without compiled forms through
+    // executeParsedBlock. Tests compare the two routes.
+    bool referenceRoute = false;
 
     // Where the running statement is, for error texts.
     uint64_t currentLineNumber = 0;
@@ -243,14 +351,25 @@ private:
     Variable executeWhile(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
     Variable executeRepeat(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
     Variable executeFor(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
-    Variable executeGenericFor(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
+    using BodyRunner = std::function<Variable(BlockSignal&)>;
+    bool evaluateForBounds(const ParsedScriptLine& line, int32_t& first, int32_t& last, int32_t& step);
+    Variable runNumericFor(const ParsedScriptLine& line, int32_t first, int32_t last, int32_t step,
+                           const BodyRunner& body, BlockSignal& signal);
+    Variable runGenericFor(const ParsedScriptLine& line, const BodyRunner& body, BlockSignal& signal);
+    Variable iteratePairs(const std::vector<std::string>& names, const Variable& container, bool isPairs,
+                          const BodyRunner& body, BlockSignal& signal);
+    CallablePtr readFunctionDeclaration(const ParsedScriptLine& line, std::vector<Variable>& keys, size_t& nameToken,
+                                        uint8_t& target);
+    void storeFunction(const ParsedScriptLine& line, size_t nameToken, const std::vector<Variable>& keys,
+                       const Variable& function, uint8_t target);
     Variable executeReturn(const ParsedScriptLine& line, BlockSignal& signal);
     void executeFunctionDeclaration(const std::vector<ParsedScriptLine>& lines, size_t& position);
-    bool evaluateLineCondition(const ParsedScriptLine& line, const char* trailingMessage);
+    bool evaluateLineCondition(const ParsedScriptLine& line, const char* keyword);
+    Variable executeStatement(const ParsedScriptLine& line);
     Variable runLoopBody(const std::vector<ParsedScriptLine>& lines, size_t bodyStart, BlockSignal& signal);
 
     // Assignment.
-    Variable evaluateRange(const ParsedScriptLine& line, TokenRange range);
+    Variable evaluateRange(const ParsedScriptLine& line, TokenRange range, const FastExpression* compiled);
     void storeAssigned(const ParsedScriptLine& line, size_t nameToken, const Variable& value);
     void applyToTarget(const ParsedScriptLine& line, const ParsedAssignmentTarget& target,
                        const std::vector<Variable>& keys, char op, const Variable& value, Variable* readBack);
@@ -259,7 +378,7 @@ private:
     Variable callScriptFunction(const CallablePtr& function, const Variable* args, size_t count);
     Variable callMethodOfString(const std::string& receiver, const Variable& method, const Variable* args, size_t count);
     std::vector<ParsedScriptLine> compileLines(const std::string& text);
-    CallablePtr makeChunk(std::vector<ParsedScriptLine>&& lines, const std::string& root, const std::string& path);
+    CallablePtr makeChunk(const std::shared_ptr<BytecodeProgram>& program);
 
 public:
     // Name spaces.
@@ -296,18 +415,20 @@ public:
 struct LocationGuard {
     explicit LocationGuard(OrvaneScript& s)
         : script(s), lineNumber(s.currentLineNumber), tokenIndex(s.currentTokenIndex), line(s.currentLine),
-          sourceText(s.currentSourceText), near(s.nearToken) {}
+          sourceText(s.currentSourceText), near(s.nearToken), nearFromFast(s.nearTokenFromFast) {}
     ~LocationGuard() {
         script.currentLineNumber = lineNumber;
         script.currentTokenIndex = tokenIndex;
         script.currentLine = line;
         script.currentSourceText = std::move(sourceText);
         script.nearToken = std::move(near);
+        script.nearTokenFromFast = nearFromFast;
     }
     OrvaneScript& script;
     uint64_t lineNumber, tokenIndex;
     const ParsedScriptLine* line;
     std::string sourceText, near;
+    bool nearFromFast;
 };
 
 }  // namespace orvane

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "script/FastExpression.h"
+
 namespace orvane {
 
 enum : uint8_t {
@@ -41,6 +43,7 @@ using TokenRange = std::pair<size_t, size_t>;  // [first, last)
 struct ParsedAssignmentTarget {
     size_t nameToken = 0;
     std::vector<TokenRange> indexRanges;
+    std::vector<FastExpression> indexExpressions;
 };
 
 enum class LineKind : uint8_t {
@@ -78,6 +81,18 @@ struct ParsedScriptLine {
     uint64_t assignOperatorIndex = 0;
     std::vector<ParsedAssignmentTarget> targets;
     std::vector<TokenRange> valueRanges;
+    std::vector<FastExpression> valueExpressions;
+    FastExpression singleValue;
+    FastCallExpression singleCall;
+    FastExpression condition;
+    FastExpression statement;
+    std::vector<FastExpression> returnValues;
+    bool isNumericFor = false;
+    FastExpression forStart, forLimit, forStep;
+    bool forHasStep = false;
+    std::vector<uint64_t> forVariables;
+    FastExpression forIterator;
+    uint8_t forIteratorBuiltin = 0;
 };
 
 enum class BlockSignal : uint8_t { None = 0, Return = 1, Break = 2 };
@@ -106,8 +121,9 @@ bool parseFloatStrict(const std::string& token, float& out);
 LineKind classifyParsedLineKind(const std::vector<std::string>& tokens);
 std::vector<ParsedScriptLine> parseLines(const std::string& source);
 
-// Block links and assignment shapes.
-void prepareParsedLines(std::vector<ParsedScriptLine>& lines);
+// Block links, assignment shapes and compiled expressions. Without `compile`, lines keep no
+// compiled forms and every expression runs on the token evaluator.
+void prepareParsedLines(std::vector<ParsedScriptLine>& lines, bool compile = true);
 size_t findMatchingEnd(const std::vector<ParsedScriptLine>& lines, size_t bodyStart);
 size_t findMatchingUntil(const std::vector<ParsedScriptLine>& lines, size_t bodyStart);
 size_t findMatchingElseOrEnd(const std::vector<ParsedScriptLine>& lines, size_t bodyStart, bool& isClause);

@@ -76,11 +76,80 @@ bool OrvaneScript::resolveVariable(const std::string& name, Variable& out) {
     return true;
 }
 
-Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAnalysis& analysis) {
-    if (localScopes.size() > localScopeBase || !nativeScopes.empty()) {
-        if (Variable* v = findInScopes(name)) return v;
+// The token's analysis remembers where the name was found last time. Scoping is dynamic, so a
+// remembered place is trusted only where nothing can stand in front of it: the newest visible
+// local scope, the newest native scope or the running fast body's parameters when no local
+// scope is visible. Everything else is searched in order: locals, fast parameters, natives,
+// globals; a global's slot is cached for good, since slots never move.
+Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAnalysis& a) {
+    size_t visibleLocals = localScopes.size() - localScopeBase;
+    if (visibleLocals == 0 && nativeScopes.empty() && !fastCallable) return globalSlotPtr(name, &a);
+
+    switch (a.scopeKind) {
+    case kScopeKindLocal:
+        if (visibleLocals > 0) {
+            Scope& scope = localScopes.back();
+            if (a.scopeSlot < scope.size() && scope[a.scopeSlot].name == name) return &scope[a.scopeSlot].value;
+        }
+        break;
+    case kScopeKindFastParam:
+        if (visibleLocals == 0 && fastCallable && a.scopeSlot < fastCallable->parameters.size() &&
+            fastCallable->parameters[a.scopeSlot] == name)
+            return fastParameter(a.scopeSlot);
+        break;
+    case kScopeKindNative:
+        if (visibleLocals == 0 && !fastCallable && !nativeScopes.empty()) {
+            Scope& scope = nativeScopes.back();
+            if (a.scopeSlot < scope.size() && scope[a.scopeSlot].name == name) return &scope[a.scopeSlot].value;
+        }
+        break;
+    default: break;
     }
-    return globalSlotPtr(name, &analysis);
+
+    a.scopeKind = kScopeKindNone;
+    for (size_t i = localScopes.size(); i > localScopeBase; --i) {
+        Scope& scope = localScopes[i - 1];
+        for (size_t slot = 0; slot < scope.size(); ++slot) {
+            if (scope[slot].name != name) continue;
+            if (i == localScopes.size()) {
+                a.scopeKind = kScopeKindLocal;
+                a.scopeDepth = 0;
+                a.scopeSlot = slot;
+                a.scopePtr = &scope;
+            }
+            return &scope[slot].value;
+        }
+    }
+    if (fastCallable) {
+        const auto& parameters = fastCallable->parameters;
+        for (size_t slot = 0; slot < parameters.size(); ++slot) {
+            if (parameters[slot] != name) continue;
+            a.scopeKind = kScopeKindFastParam;
+            a.scopeSlot = slot;
+            return fastParameter(slot);
+        }
+    }
+    for (size_t i = nativeScopes.size(); i > 0; --i) {
+        Scope& scope = nativeScopes[i - 1];
+        for (size_t slot = 0; slot < scope.size(); ++slot) {
+            if (scope[slot].name != name) continue;
+            if (i == nativeScopes.size()) {
+                a.scopeKind = kScopeKindNative;
+                a.scopeDepth = 0;
+                a.scopeSlot = slot;
+                a.scopePtr = &scope;
+            }
+            return &scope[slot].value;
+        }
+    }
+    return globalSlotPtr(name, &a);
+}
+
+// A parameter of the running fast body; one beyond the arguments reads as nil.
+Variable* OrvaneScript::fastParameter(size_t slot) {
+    if (slot < fastArgCount) return const_cast<Variable*>(&fastArgs[slot]);
+    missingArgument = Variable();
+    return &missingArgument;
 }
 
 bool OrvaneScript::resolveVariableFast(const std::string& name, TokenAnalysis& analysis, Variable& out) {

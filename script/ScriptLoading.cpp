@@ -5,30 +5,13 @@
 #include <fstream>
 #include <sstream>
 
+#include "script/Bytecode.h"
 #include "script/OrvaneScript.h"
 #include "script/Paths.h"
 
 namespace orvane {
 
 namespace {
-
-// A block that is never closed is found before any line runs.
-void checkBlocksClosed(const std::vector<ParsedScriptLine>& lines) {
-    for (const ParsedScriptLine& line : lines) {
-        if (line.matchIndex != kNoLink) continue;
-        switch (line.kind) {
-        case LineKind::Function:
-        case LineKind::DecayFunction:
-        case LineKind::NativeFunction:
-        case LineKind::LocalFunction: throw std::runtime_error("Missing 'end' for function block");
-        case LineKind::For: throw std::runtime_error("Missing 'end' for for block");
-        case LineKind::Repeat: throw std::runtime_error("Missing 'until' for repeat block");
-        case LineKind::While: throw std::runtime_error("Missing 'end' for while block");
-        case LineKind::If: throw std::runtime_error("Missing 'end' for if block");
-        default: break;
-        }
-    }
-}
 
 const char* kErrorPrefix = "OrvaneScript error:";
 
@@ -45,37 +28,40 @@ std::vector<ParsedScriptLine> OrvaneScript::compileLines(const std::string& text
         currentSourceText = e.lineText;
         throwError(e.what(), e.nearToken);
     }
-    checkBlocksClosed(lines);
     return lines;
 }
 
-CallablePtr OrvaneScript::makeChunk(std::vector<ParsedScriptLine>&& lines, const std::string& root,
-                                    const std::string& path) {
+CallablePtr OrvaneScript::makeChunk(const std::shared_ptr<BytecodeProgram>& program) {
     auto chunk = std::make_shared<ScriptCallable>();
     chunk->isNative = false;
     chunk->isLoadedChunk = true;
-    chunk->body = std::move(lines);
-    chunk->sourceRoot = root;
-    chunk->sourcePath = path;
+    chunk->bytecode = program;
+    chunk->chunkIndex = 0;
+    chunk->sourceRoot = program->sourceRoot;
+    chunk->sourcePath = program->sourcePath;
+    if (referenceRoute) {
+        chunk->body = program->lines;
+        prepareParsedLines(chunk->body, false);
+    }
     return chunk;
 }
 
 void OrvaneScript::runScript(const std::string& text) {
     if (callDepth == 0) markStackBase();
     LocationGuard location(*this);
-    std::vector<ParsedScriptLine> lines;  // outlives the catch, which may name its current line
+    std::shared_ptr<BytecodeProgram> program;  // outlives the catch, which may name its current line
+    std::vector<ParsedScriptLine> referenceLines;
     try {
-        lines = compileLines(text);
-        size_t position = 0;
-        BlockSignal signal = BlockSignal::None;
-        executeParsedBlock(lines, position, signal);
-        if (signal == BlockSignal::Break) throw std::runtime_error("break used outside a loop");
-        if (signal == BlockSignal::None && position < lines.size()) {
-            // A closer with no block open would otherwise end the script silently.
-            currentLine = &lines[position];
-            currentLineNumber = lines[position].lineNumber;
-            currentSourceText.clear();
-            throwError("Unexpected '" + lines[position].tokens[0] + "' outside any block", lines[position].tokens[0]);
+        program = compileToBytecodeInternal(text);
+        if (!referenceRoute) {
+            runBytecodeProgram(program);
+        } else {
+            referenceLines = program->lines;
+            prepareParsedLines(referenceLines, false);
+            size_t position = 0;
+            BlockSignal signal = BlockSignal::None;
+            executeParsedBlock(referenceLines, position, signal);
+            if (signal == BlockSignal::Break) throw std::runtime_error("break used outside a loop");
         }
     } catch (const std::exception& e) {
         if (std::string_view(e.what()).starts_with(kErrorPrefix)) throw;
@@ -96,15 +82,17 @@ Variable OrvaneScript::loadScriptChunk(const Variable* args, size_t count) {
         chunkName = args[1].asString();
         sourcePathStack.push_back(&chunkName);
     }
-    std::vector<ParsedScriptLine> lines;
+    std::shared_ptr<BytecodeProgram> program;
     try {
-        lines = compileLines(args[0].asString());
+        program = compileToBytecodeInternal(args[0].asString());
     } catch (const std::exception& e) {
         sourcePathStack.resize(pathHeight);
         return Variable::makeMulti(VariableArray{Variable(), Variable(std::string(e.what()))});
     }
     sourcePathStack.resize(pathHeight);
-    return Variable(makeChunk(std::move(lines), {}, {}));
+    program->sourcePath.clear();
+    program->sourceRoot.clear();
+    return Variable(makeChunk(program));
 }
 
 Variable OrvaneScript::loadScriptFile(const Variable* args, size_t count) {
@@ -118,7 +106,7 @@ Variable OrvaneScript::loadScriptFile(const Variable* args, size_t count) {
     if (::stat(path.c_str(), &info) != 0 || S_ISDIR(info.st_mode)) return failure("Failed to open script file: " + path);
 
     ScriptFileCacheEntry& entry = scriptFileCache[path];
-    if (entry.chunk && entry.size == info.st_size && entry.mtimeSec == int64_t(info.st_mtim.tv_sec) &&
+    if (entry.program && entry.size == info.st_size && entry.mtimeSec == int64_t(info.st_mtim.tv_sec) &&
         entry.mtimeNsec == int64_t(info.st_mtim.tv_nsec))
         return Variable(entry.chunk);
 
@@ -131,18 +119,27 @@ Variable OrvaneScript::loadScriptFile(const Variable* args, size_t count) {
     size_t rootHeight = sourceRootStack.size(), pathHeight = sourcePathStack.size();
     if (!directory.empty()) sourceRootStack.push_back(&directory);
     sourcePathStack.push_back(&path);
-    std::vector<ParsedScriptLine> lines;
+    std::shared_ptr<BytecodeProgram> program;
     try {
-        lines = compileLines(content.str());
+        program = compileToBytecodeInternal(content.str());
     } catch (const std::exception& e) {
         sourceRootStack.resize(rootHeight);
         sourcePathStack.resize(pathHeight);
+        entry.program.reset();
         entry.chunk.reset();
         return failure(e.what());
     }
     sourceRootStack.resize(rootHeight);
     sourcePathStack.resize(pathHeight);
-    entry.chunk = makeChunk(std::move(lines), directory, path);
+    // Functions of the file find their relative paths when called from elsewhere.
+    program->sourceRoot = directory;
+    program->sourcePath = path;
+    for (BytecodeFunctionDecl& function : program->functions) {
+        function.sourceRoot = directory;
+        function.sourcePath = path;
+    }
+    entry.program = program;
+    entry.chunk = makeChunk(program);
     entry.size = info.st_size;
     entry.mtimeSec = int64_t(info.st_mtim.tv_sec);
     entry.mtimeNsec = int64_t(info.st_mtim.tv_nsec);

@@ -64,6 +64,7 @@ Variable OrvaneScript::executeParsedBlock(const std::vector<ParsedScriptLine>& l
         currentLine = &line;
         currentSourceText.clear();
         nearToken.clear();
+        nearTokenFromFast = false;
         if (line.tokens.empty()) {
             ++position;
             continue;
@@ -99,17 +100,24 @@ Variable OrvaneScript::executeParsedBlock(const std::vector<ParsedScriptLine>& l
 
 Variable OrvaneScript::executeStatementLine(const std::vector<ParsedScriptLine>& lines, size_t& position,
                                             BlockSignal&) {
-    const ParsedScriptLine& line = lines[position];
+    Variable value = executeStatement(lines[position]);
+    ++position;
+    return value;
+}
+
+Variable OrvaneScript::executeStatement(const ParsedScriptLine& line) {
     Variable value;
-    if (executeAssignment(line, value)) {
-        ++position;
+    if (executeAssignment(line, value)) return value;
+    if (line.statement.valid) {
+        if (tryExecuteDiscardedFastCall(line.statement, line.tokens, line.analyses)) return Variable();
+        value = evaluateFastExpression(line.statement, line.tokens, line.analyses);
+        if (shouldAbortForSoftRaisedError()) return Variable();
         return value;
     }
     size_t pos = 0;
     value = evaluateExpression(line.tokens, pos, &line.analyses);
     if (shouldAbortForSoftRaisedError()) return Variable();
     if (pos < line.tokens.size()) throwError("Unexpected trailing token", line.tokens[pos]);
-    ++position;
     return value;
 }
 
@@ -118,6 +126,16 @@ Variable OrvaneScript::executeReturn(const ParsedScriptLine& line, BlockSignal& 
     const auto& tokens = line.tokens;
     if (tokens.size() == 1) return Variable();
     VariableArray values;
+    bool allCompiled = !line.returnValues.empty();
+    for (const FastExpression& value : line.returnValues) allCompiled = allCompiled && value.valid;
+    if (allCompiled) {
+        for (const FastExpression& value : line.returnValues) {
+            values.push_back(evaluateFastExpression(value, tokens, line.analyses));
+            if (shouldAbortForSoftRaisedError()) return Variable();
+        }
+        if (values.size() == 1) return std::move(values[0]);
+        return Variable::makeMulti(std::move(values));
+    }
     size_t pos = 1;
     for (;;) {
         values.push_back(evaluateExpression(tokens, pos, &line.analyses));
@@ -130,19 +148,29 @@ Variable OrvaneScript::executeReturn(const ParsedScriptLine& line, BlockSignal& 
     return Variable::makeMulti(std::move(values));
 }
 
-bool OrvaneScript::evaluateLineCondition(const ParsedScriptLine& line, const char* trailingMessage) {
+// A compiled condition takes the number 0 as false; the token route takes every number as true.
+bool OrvaneScript::evaluateLineCondition(const ParsedScriptLine& line, const char* keyword) {
+    if (line.condition.valid) {
+        const FastExpression& e = line.condition;
+        bool holds;
+        if (tryEvaluateFastExpressionBoolNode(e, e.root, line.tokens, line.analyses, holds)) return holds;
+        FastScalarValue scalar;
+        if (tryEvaluateFastExpressionScalar(e, line.tokens, line.analyses, scalar)) return fastScalarIsTruthy(scalar);
+        return isTruthy(evaluateFastExpression(e, line.tokens, line.analyses));
+    }
     size_t pos = 1;
     bool holds = evaluateCondition(line.tokens, pos, &line.analyses);
     if (shouldAbortForSoftRaisedError()) return false;
-    if (pos < line.tokens.size()) throwError(trailingMessage, line.tokens[pos]);
+    if (pos < line.tokens.size()) throwError(std::string("Unexpected token after ") + keyword + " condition", line.tokens[pos]);
     return holds;
 }
 
-static void recordLine(OrvaneScript& script, const ParsedScriptLine& line) {
+void recordLine(OrvaneScript& script, const ParsedScriptLine& line) {
     script.currentLineNumber = line.lineNumber;
     script.currentLine = &line;
     script.currentSourceText.clear();
     script.nearToken.clear();
+    script.nearTokenFromFast = false;
 }
 
 Variable OrvaneScript::executeIfChain(const std::vector<ParsedScriptLine>& lines, size_t& position,
@@ -152,7 +180,7 @@ Variable OrvaneScript::executeIfChain(const std::vector<ParsedScriptLine>& lines
     for (;;) {
         const ParsedScriptLine& line = lines[clause];
         recordLine(*this, line);
-        bool holds = line.kind == LineKind::Else || evaluateLineCondition(line, "Unexpected token after if condition");
+        bool holds = line.kind == LineKind::Else || evaluateLineCondition(line, "if");
         if (shouldAbortForSoftRaisedError()) return Variable();
         bool isClause = false;
         size_t next = findMatchingElseOrEnd(lines, clause + 1, isClause);
@@ -187,7 +215,7 @@ Variable OrvaneScript::executeWhile(const std::vector<ParsedScriptLine>& lines, 
     size_t end = findMatchingEnd(lines, position + 1);
     for (;;) {
         recordLine(*this, line);
-        bool holds = evaluateLineCondition(line, "Unexpected token after while condition");
+        bool holds = evaluateLineCondition(line, "while");
         if (shouldAbortForSoftRaisedError()) return Variable();
         if (!holds) break;
         size_t body = position + 1;
@@ -225,7 +253,7 @@ Variable OrvaneScript::executeRepeat(const std::vector<ParsedScriptLine>& lines,
         if (body != untilIndex) throwError("repeat block did not terminate at matching until", "until");
         recordLine(*this, untilLine);
         if (untilLine.tokens[0] != "until") throwError("Missing until condition", "until");
-        bool holds = evaluateLineCondition(untilLine, "Unexpected token after until condition");
+        bool holds = evaluateLineCondition(untilLine, "until");
         if (shouldAbortForSoftRaisedError()) return Variable();
         if (holds) break;
     }
@@ -235,37 +263,63 @@ Variable OrvaneScript::executeRepeat(const std::vector<ParsedScriptLine>& lines,
 
 Variable OrvaneScript::executeFor(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal) {
     const ParsedScriptLine& line = lines[position];
-    const auto& tokens = line.tokens;
-    if (!(tokens.size() > 3 && isIdentifier(tokens[1]) && tokens[2] == "=")) return executeGenericFor(lines, position, signal);
-
     size_t end = findMatchingEnd(lines, position + 1);
+    size_t bodyStart = position + 1;
+    BodyRunner body = [&](BlockSignal& inner) { return runLoopBody(lines, bodyStart, inner); };
+    const auto& tokens = line.tokens;
+    Variable value;
+    if (tokens.size() > 3 && isIdentifier(tokens[1]) && tokens[2] == "=") {
+        int32_t first, last, step;
+        if (!evaluateForBounds(line, first, last, step)) return Variable();
+        value = runNumericFor(line, first, last, step, body, signal);
+    } else {
+        value = runGenericFor(line, body, signal);
+    }
+    if (shouldAbortForSoftRaisedError()) return Variable();
+    if (signal == BlockSignal::Return) return value;
+    position = end + 1;
+    return Variable();
+}
+
+// The bounds of a numeric for from its tokens; false on a soft error.
+bool OrvaneScript::evaluateForBounds(const ParsedScriptLine& line, int32_t& first, int32_t& last, int32_t& step) {
+    const auto& tokens = line.tokens;
     size_t pos = 3;
     Variable start = evaluateExpression(tokens, pos, &line.analyses);
-    if (shouldAbortForSoftRaisedError()) return Variable();
+    if (shouldAbortForSoftRaisedError()) return false;
     if (pos >= tokens.size() || tokens[pos] != ",")
         throwError("Expected ',' after for start value", pos < tokens.size() ? tokens[pos] : "EOF");
     ++pos;
     Variable limit = evaluateExpression(tokens, pos, &line.analyses);
-    if (shouldAbortForSoftRaisedError()) return Variable();
-    Variable step(int32_t(1));
+    if (shouldAbortForSoftRaisedError()) return false;
+    Variable increment(int32_t(1));
     if (pos < tokens.size() && tokens[pos] == ",") {
         ++pos;
-        step = evaluateExpression(tokens, pos, &line.analyses);
-        if (shouldAbortForSoftRaisedError()) return Variable();
+        increment = evaluateExpression(tokens, pos, &line.analyses);
+        if (shouldAbortForSoftRaisedError()) return false;
     }
     if (pos < tokens.size()) throwError("Unexpected token after for clause", tokens[pos]);
-    int32_t first = toInt(start), last = toInt(limit), increment = toInt(step);
-    if (increment == 0) throw std::runtime_error("for loop step must not be 0");
+    first = toInt(start);
+    last = toInt(limit);
+    step = toInt(increment);
+    return true;
+}
 
+Variable OrvaneScript::runNumericFor(const ParsedScriptLine& line, int32_t first, int32_t last, int32_t step,
+                                     const BodyRunner& body, BlockSignal& signal) {
+    if (step == 0) throw std::runtime_error("for loop step must not be 0");
     Scope scope;
-    scope.reserve(4);
-    scope.push_back({tokens[1], Variable()});
+    scope.reserve(1);
+    scope.push_back({line.tokens[1], Variable(first)});
     LoopScopeGuard loop(*this, std::move(scope));
     // The counter runs in 64 bits, so a limit at the end of the 32-bit range still ends the loop.
-    for (int64_t counter = first; increment > 0 ? counter <= last : counter >= last; counter += increment) {
-        loop.scope()[0].value = Variable(int32_t(counter));
+    for (int64_t counter = first; step > 0 ? counter <= last : counter >= last; counter += step) {
+        // The counter, not the variable, drives the loop: write it in place.
+        Variable& variable = loop.scope()[0].value;
+        if (variable.type == VarType::Int) variable.value = int32_t(counter);
+        else variable = Variable(int32_t(counter));
         BlockSignal inner = BlockSignal::None;
-        Variable value = runLoopBody(lines, position + 1, inner);
+        Variable value = body(inner);
         if (shouldAbortForSoftRaisedError()) return Variable();
         if (inner == BlockSignal::Return) {
             signal = inner;
@@ -273,19 +327,23 @@ Variable OrvaneScript::executeFor(const std::vector<ParsedScriptLine>& lines, si
         }
         if (inner == BlockSignal::Break) break;
     }
-    position = end + 1;
     return Variable();
 }
 
-Variable OrvaneScript::executeGenericFor(const std::vector<ParsedScriptLine>& lines, size_t& position,
-                                         BlockSignal& signal) {
-    const ParsedScriptLine& line = lines[position];
+// The names of a generic for and the position of its iterator expression.
+static size_t readLoopNames(OrvaneScript& script, const ParsedScriptLine& line, std::vector<std::string>& names) {
     const auto& tokens = line.tokens;
-    std::vector<std::string> names;
+    if (!line.forVariables.empty()) {
+        for (uint64_t index : line.forVariables) {
+            if (index >= tokens.size()) throw std::runtime_error("Compiled generic-for variable index out of range");
+            names.push_back(tokens[index]);
+        }
+        return size_t(line.forVariables.back()) + 2;
+    }
     size_t pos = 1;
     for (;;) {
         if (pos >= tokens.size() || !isIdentifier(tokens[pos]))
-            throwError("Expected loop variable name", pos < tokens.size() ? tokens[pos] : "EOF");
+            script.throwError("Expected loop variable name", pos < tokens.size() ? tokens[pos] : "EOF");
         names.push_back(tokens[pos++]);
         if (pos < tokens.size() && tokens[pos] == ",") {
             ++pos;
@@ -294,18 +352,87 @@ Variable OrvaneScript::executeGenericFor(const std::vector<ParsedScriptLine>& li
         break;
     }
     if (pos >= tokens.size() || tokens[pos] != "in")
-        throwError("Expected 'in' in generic for loop", pos < tokens.size() ? tokens[pos] : "EOF");
-    ++pos;
-    size_t end = findMatchingEnd(lines, position + 1);
+        script.throwError("Expected 'in' in generic for loop", pos < tokens.size() ? tokens[pos] : "EOF");
+    return pos + 1;
+}
 
+Variable OrvaneScript::runGenericFor(const ParsedScriptLine& line, const BodyRunner& body, BlockSignal& signal) {
+    const auto& tokens = line.tokens;
+    std::vector<std::string> names;
+    size_t pos = readLoopNames(*this, line, names);
+
+    // pairs(x) and ipairs(x) written directly walk the container in place, with no list of pairs.
+    if (pos + 2 < tokens.size() && isIdentifier(tokens[pos]) && tokens[pos + 1] == "(" && tokens[pos + 2] != ")") {
+        Variable callee;
+        resolveVariableFast(tokens[pos], line.analyses[pos], callee);
+        const ScriptCallable* function = callee.type == VarType::Function ? callee.asCallable().get() : nullptr;
+        if (function && function->isNative &&
+            (function->builtinId == kBuiltinPairs || function->builtinId == kBuiltinIpairs)) {
+            bool isPairs = function->builtinId == kBuiltinPairs;
+            Variable container;
+            bool direct;
+            if (line.forIteratorBuiltin != 0 && line.forIterator.valid) {
+                container = evaluateFastExpression(line.forIterator, tokens, line.analyses);
+                direct = true;
+                noteTokenRead(tokens[tokens.size() - 2]);
+            } else {
+                size_t argPos = pos + 2;
+                container = evaluateExpression(tokens, argPos, &line.analyses);
+                direct = argPos + 1 == tokens.size() && tokens[argPos] == ")";
+            }
+            if (shouldAbortForSoftRaisedError()) return Variable();
+            if (direct) return iteratePairs(names, container, isPairs, body, signal);
+        }
+    }
+    Variable iterator;
+    if (line.forIterator.valid && line.forIteratorBuiltin == 0) {
+        iterator = evaluateFastExpression(line.forIterator, tokens, line.analyses);
+        noteTokenRead(tokens.back());
+    } else {
+        iterator = evaluateExpression(tokens, pos, &line.analyses);
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        if (pos < tokens.size()) throwError("Unexpected token after for iterator", tokens[pos]);
+    }
+    if (shouldAbortForSoftRaisedError()) return Variable();
+    if (iterator.type != VarType::Array) throw std::runtime_error("generic for loops expect an array iterator");
+    ArrayPtr items = iterator.asArray();
     Scope scope;
     scope.reserve(std::max<size_t>(names.size(), 4));
     for (const std::string& name : names) scope.push_back({name, Variable()});
+    LoopScopeGuard loop(*this, std::move(scope));
+    for (size_t i = 0; i < items->size(); ++i) {
+        Variable element = (*items)[i];
+        Scope& s = loop.scope();
+        if (names.size() == 1) {
+            s[0].value = element;
+        } else if (element.type == VarType::Array) {
+            const VariableArray& parts = *element.asArray();
+            for (size_t k = 0; k < names.size(); ++k) s[k].value = k < parts.size() ? parts[k] : Variable();
+        } else {
+            s[0].value = element;
+            for (size_t k = 1; k < names.size(); ++k) s[k].value = Variable();
+        }
+        BlockSignal inner = BlockSignal::None;
+        Variable value = body(inner);
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        if (inner == BlockSignal::Return) {
+            signal = inner;
+            return value;
+        }
+        if (inner == BlockSignal::Break) break;
+    }
+    return Variable();
+}
 
-    // Binds one key/value pair, runs the body; false ends the loop.
+Variable OrvaneScript::iteratePairs(const std::vector<std::string>& names, const Variable& container, bool isPairs,
+                                    const BodyRunner& body, BlockSignal& signal) {
+    Scope scope;
+    scope.reserve(std::max<size_t>(names.size(), 4));
+    for (const std::string& name : names) scope.push_back({name, Variable()});
+    LoopScopeGuard loop(*this, std::move(scope));
     Variable result;
-    bool returned = false;
-    auto visitPair = [&](LoopScopeGuard& loop, const Variable& key, const Variable& value) {
+    // Binds one key/value pair and runs the body; false ends the loop.
+    auto visit = [&](const Variable& key, const Variable& value) {
         Scope& s = loop.scope();
         if (names.size() == 1) {
             s[0].value = Variable(VariableArray{key, value});
@@ -315,109 +442,58 @@ Variable OrvaneScript::executeGenericFor(const std::vector<ParsedScriptLine>& li
             for (size_t i = 2; i < names.size(); ++i) s[i].value = Variable();
         }
         BlockSignal inner = BlockSignal::None;
-        Variable v = runLoopBody(lines, position + 1, inner);
+        Variable v = body(inner);
         if (shouldAbortForSoftRaisedError()) return false;
         if (inner == BlockSignal::Return) {
             signal = inner;
             result = std::move(v);
-            returned = true;
             return false;
         }
         return inner != BlockSignal::Break;
     };
-
-    // pairs(x) and ipairs(x) written directly walk the container in place, with no list of pairs.
-    bool direct = false;
-    Variable container;
-    bool isPairs = false;
-    if (pos + 2 < tokens.size() && isIdentifier(tokens[pos]) && tokens[pos + 1] == "(" && tokens[pos + 2] != ")") {
-        Variable callee;
-        resolveVariableFast(tokens[pos], line.analyses[pos], callee);
-        if (callee.type == VarType::Function && callee.asCallable() && callee.asCallable()->isNative &&
-            (callee.asCallable()->name == "pairs" || callee.asCallable()->name == "ipairs")) {
-            isPairs = callee.asCallable()->name == "pairs";
-            size_t argPos = pos + 2;
-            container = evaluateExpression(tokens, argPos, &line.analyses);
-            if (shouldAbortForSoftRaisedError()) return Variable();
-            direct = argPos + 1 == tokens.size() && tokens[argPos] == ")";
-        }
-    }
-    if (direct) {
-        LoopScopeGuard loop(*this, std::move(scope));
-        if (container.type == VarType::Array) {
-            ArrayPtr items = container.asArray();
-            for (size_t i = 0; i < items->size(); ++i) {
-                Variable element = (*items)[i];
-                if (!visitPair(loop, Variable(int32_t(i + 1)), element)) break;
-            }
-        } else if (container.type == VarType::Table && isPairs) {
-            TablePtr table = container.asTable();
-            std::vector<std::string> keys = getIterationTableKeys(table);
-            VariableArray keyValues = getIterationTableKeyValues(table);
-            for (size_t i = 0; i < keys.size(); ++i) {
-                auto it = table->find(keys[i]);
-                Variable value = it == table->end() ? Variable() : it->second;
-                if (!visitPair(loop, keyValues[i], value)) break;
-            }
-        } else if (container.type == VarType::Table) {
-            TablePtr table = container.asTable();
-            int32_t length = numericTableLength(table);
-            for (int32_t i = 1; i <= length; ++i) {
-                auto it = table->find(std::to_string(i));
-                Variable value = it == table->end() ? Variable() : it->second;
-                if (!visitPair(loop, Variable(i), value)) break;
-            }
-        } else {
-            throw std::runtime_error(isPairs ? "pairs(container) expects an array or table"
-                                             : "ipairs(container) expects an array or table");
-        }
-    } else {
-        Variable iterator = evaluateExpression(tokens, pos, &line.analyses);
-        if (shouldAbortForSoftRaisedError()) return Variable();
-        if (pos < tokens.size()) throwError("Unexpected token after for iterator", tokens[pos]);
-        if (iterator.type != VarType::Array) throw std::runtime_error("generic for loops expect an array iterator");
-        ArrayPtr items = iterator.asArray();
-        LoopScopeGuard loop(*this, std::move(scope));
+    if (container.type == VarType::Array) {
+        ArrayPtr items = container.asArray();
         for (size_t i = 0; i < items->size(); ++i) {
             Variable element = (*items)[i];
-            Scope& s = loop.scope();
-            if (names.size() == 1) {
-                s[0].value = element;
-            } else if (element.type == VarType::Array) {
-                const VariableArray& parts = *element.asArray();
-                for (size_t k = 0; k < names.size(); ++k) s[k].value = k < parts.size() ? parts[k] : Variable();
-            } else {
-                s[0].value = element;
-                for (size_t k = 1; k < names.size(); ++k) s[k].value = Variable();
-            }
-            BlockSignal inner = BlockSignal::None;
-            Variable v = runLoopBody(lines, position + 1, inner);
-            if (shouldAbortForSoftRaisedError()) return Variable();
-            if (inner == BlockSignal::Return) {
-                signal = inner;
-                return v;
-            }
-            if (inner == BlockSignal::Break) break;
+            if (!visit(Variable(int32_t(i + 1)), element)) break;
         }
+    } else if (container.type == VarType::Table && isPairs) {
+        TablePtr table = container.asTable();
+        std::vector<std::string> keys = getIterationTableKeys(table);
+        VariableArray keyValues = getIterationTableKeyValues(table);
+        for (size_t i = 0; i < keys.size(); ++i) {
+            auto it = table->find(keys[i]);
+            Variable value = it == table->end() ? Variable() : it->second;
+            if (!visit(keyValues[i], value)) break;
+        }
+    } else if (container.type == VarType::Table) {
+        TablePtr table = container.asTable();
+        int32_t length = numericTableLength(table);
+        for (int32_t i = 1; i <= length; ++i) {
+            auto it = table->find(std::to_string(i));
+            Variable value = it == table->end() ? Variable() : it->second;
+            if (!visit(Variable(i), value)) break;
+        }
+    } else {
+        throw std::runtime_error(isPairs ? "pairs(container) expects an array or table"
+                                         : "ipairs(container) expects an array or table");
     }
     if (shouldAbortForSoftRaisedError()) return Variable();
-    if (returned) return result;
-    position = end + 1;
-    return Variable();
+    return result;
 }
 
-void OrvaneScript::executeFunctionDeclaration(const std::vector<ParsedScriptLine>& lines, size_t& position) {
-    const ParsedScriptLine& line = lines[position];
+// Reads a function declaration line: target, index values, parameters. The caller gives the body.
+CallablePtr OrvaneScript::readFunctionDeclaration(const ParsedScriptLine& line, std::vector<Variable>& keys,
+                                                  size_t& nameToken, uint8_t& target) {
     const auto& tokens = line.tokens;
     size_t pos = line.kind == LineKind::Function ? 1 : 2;
     if (pos >= tokens.size() || !isIdentifier(tokens[pos]))
         throwError("Expected function target", pos < tokens.size() ? tokens[pos] : "EOF");
-    size_t nameToken = pos++;
-    std::vector<Variable> keys;
+    nameToken = pos++;
     while (pos < tokens.size() && tokens[pos] == "[") {
         ++pos;
         keys.push_back(evaluateExpression(tokens, pos, &line.analyses));
-        if (shouldAbortForSoftRaisedError()) return;
+        if (shouldAbortForSoftRaisedError()) return nullptr;
         if (pos >= tokens.size() || tokens[pos] != "]")
             throwError("Expected closing bracket in function target", pos < tokens.size() ? tokens[pos] : "EOF");
         ++pos;
@@ -447,33 +523,46 @@ void OrvaneScript::executeFunctionDeclaration(const std::vector<ParsedScriptLine
         throwError("Expected ')' after function parameters", pos < tokens.size() ? tokens[pos] : "EOF");
     ++pos;
     if (pos < tokens.size()) throwError("Unexpected token after function declaration", tokens[pos]);
+    target = line.kind == LineKind::NativeFunction  ? kTargetNative
+             : line.kind == LineKind::LocalFunction ? kTargetLocal
+                                                    : kTargetPlain;
+    return function;
+}
 
+void OrvaneScript::storeFunction(const ParsedScriptLine& line, size_t nameToken, const std::vector<Variable>& keys,
+                                 const Variable& function, uint8_t target) {
+    const std::string& name = line.tokens[nameToken];
+    if (keys.empty()) {
+        assignVariable(name, function, target);
+        return;
+    }
+    Variable container;
+    if (!resolveVariableFast(name, line.analyses[nameToken], container)) container = Variable::makeTable();
+    Variable* level = &container;
+    for (size_t i = 0; i + 1 < keys.size(); ++i) {
+        if (getIndexedValue(*level, keys[i]).isNil())
+            setIndexedValue(*level, keys[i],
+                            prefersArrayStorage(keys[i + 1]) ? Variable::makeArray() : Variable::makeTable(), true);
+        level = &getIndexedValueMutable(*level, keys[i], true);
+    }
+    setIndexedValue(*level, keys.back(), function, true);
+    assignVariable(name, container, target);
+}
+
+void OrvaneScript::executeFunctionDeclaration(const std::vector<ParsedScriptLine>& lines, size_t& position) {
+    const ParsedScriptLine& line = lines[position];
+    std::vector<Variable> keys;
+    size_t nameToken = 0;
+    uint8_t target = kTargetPlain;
+    CallablePtr function = readFunctionDeclaration(line, keys, nameToken, target);
+    if (!function) return;
     size_t end = findMatchingEnd(lines, position + 1);
     if (!sourceRootStack.empty() && sourceRootStack.back()) function->sourceRoot = *sourceRootStack.back();
     if (!sourcePathStack.empty() && sourcePathStack.back()) function->sourcePath = *sourcePathStack.back();
     function->body.assign(lines.begin() + std::ptrdiff_t(position + 1), lines.begin() + std::ptrdiff_t(end));
-    prepareParsedLines(function->body);
-
-    uint8_t target = line.kind == LineKind::NativeFunction  ? kTargetNative
-                     : line.kind == LineKind::LocalFunction ? kTargetLocal
-                                                            : kTargetPlain;
-    const std::string& name = tokens[nameToken];
-    Variable value(std::move(function));
-    if (keys.empty()) {
-        assignVariable(name, value, target);
-    } else {
-        Variable container;
-        if (!resolveVariableFast(name, line.analyses[nameToken], container)) container = Variable::makeTable();
-        Variable* level = &container;
-        for (size_t i = 0; i + 1 < keys.size(); ++i) {
-            if (getIndexedValue(*level, keys[i]).isNil())
-                setIndexedValue(*level, keys[i],
-                                prefersArrayStorage(keys[i + 1]) ? Variable::makeArray() : Variable::makeTable(), true);
-            level = &getIndexedValueMutable(*level, keys[i], true);
-        }
-        setIndexedValue(*level, keys.back(), value, true);
-        assignVariable(name, container, target);
-    }
+    prepareParsedLines(function->body, !referenceRoute);
+    prepareFastCallableBody(*function);
+    storeFunction(line, nameToken, keys, Variable(std::move(function)), target);
     position = end + 1;
 }
 

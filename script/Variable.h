@@ -88,6 +88,7 @@ struct MultiResult {
 using NativeFunction = std::function<Variable(const VariableArray&)>;
 
 struct ParsedScriptLine;
+struct BytecodeProgram;
 
 // A function object, native or script. Its body lines are complete only in script/ParsedLine.h,
 // so the destructor lives out of line.
@@ -101,10 +102,16 @@ struct ScriptCallable {
     std::string name;
     uint8_t builtinId = 0;
     std::vector<std::string> parameters;
+    std::shared_ptr<BytecodeProgram> bytecode;
+    uint32_t chunkIndex = 0;
     bool isLoadedChunk = false;
     std::vector<ParsedScriptLine> body;
     std::string sourceRoot;
     std::string sourcePath;
+    uint8_t fastBodyKind = 0;  // 0 none, 1 a single `return`, 2 `if` + `error('literal')` + `end` + `return`
+    uint16_t fastGuardLine = 0;
+    uint16_t fastReturnLine = 0;
+    std::string fastGuardMessage;
 };
 
 // The names of a type: as the interpreter prints it, as the bridges name it, as typeOf answers.

@@ -1,0 +1,411 @@
+// The instruction walk over a chunk of a BytecodeProgram. Each statement keeps the meaning that
+// executeParsedBlock gives it; what is compiled away is the search for block ends.
+#include <stdexcept>
+
+#include "script/Bytecode.h"
+#include "script/Operations.h"
+#include "script/OrvaneScript.h"
+
+namespace orvane {
+
+void recordLine(OrvaneScript& script, const ParsedScriptLine& line);
+
+namespace {
+
+// A block scope that is pushed only when the block declares locals or a local scope is
+// visible already, which keeps scope depths as the resolution cache saw them.
+struct ConditionalScopeGuard {
+    ConditionalScopeGuard(OrvaneScript& s, bool push)
+        : script(s), pushed(push), height(s.localScopes.size()), base(s.localScopeBase) {
+        if (!pushed) return;
+        script.localScopes.emplace_back();
+        script.localScopes.back().reserve(4);
+    }
+    ~ConditionalScopeGuard() {
+        if (!pushed) return;
+        script.localScopes.resize(height);
+        script.localScopeBase = base;
+    }
+    OrvaneScript& script;
+    bool pushed;
+    size_t height, base;
+};
+
+const char* kErrorPrefix = "OrvaneScript error:";
+
+}  // namespace
+
+const ParsedScriptLine& OrvaneScript::lineStep(const BytecodeProgram& program, uint32_t index) {
+    if (index >= program.lines.size()) throw std::runtime_error("Bytecode line index out of range");
+    const ParsedScriptLine& line = program.lines[index];
+    recordLine(*this, line);
+    return line;
+}
+
+Variable OrvaneScript::runBytecodeProgram(const std::shared_ptr<BytecodeProgram>& program) {
+    size_t rootHeight = sourceRootStack.size(), pathHeight = sourcePathStack.size();
+    if (!program->sourceRoot.empty()) sourceRootStack.push_back(&program->sourceRoot);
+    if (!program->sourcePath.empty()) sourcePathStack.push_back(&program->sourcePath);
+    BlockSignal signal = BlockSignal::None;
+    Variable value;
+    try {
+        value = executeBytecodeChunk(program, 0, signal);
+    } catch (...) {
+        sourceRootStack.resize(rootHeight);
+        sourcePathStack.resize(pathHeight);
+        throw;
+    }
+    sourceRootStack.resize(rootHeight);
+    sourcePathStack.resize(pathHeight);
+    if (signal == BlockSignal::Break) throw std::runtime_error("break used outside a loop");
+    return value;
+}
+
+Variable OrvaneScript::runBytecode(const BytecodeProgram& program) {
+    return runBytecodeProgram(std::make_shared<BytecodeProgram>(program));
+}
+
+Variable OrvaneScript::executeBytecodeChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
+                                            BlockSignal& signal) {
+    return executeBytecodeChunkInternal(program, chunkIndex, signal, true);
+}
+
+Variable OrvaneScript::executeBytecodeChunkInternal(const std::shared_ptr<BytecodeProgram>& program,
+                                                    uint32_t chunkIndex, BlockSignal& signal, bool allowScope) {
+    checkNativeStack();
+    if (!program || chunkIndex >= program->chunks.size()) throw std::runtime_error("Invalid bytecode chunk index");
+    const BytecodeChunk& chunk = program->chunks[chunkIndex];
+    ConditionalScopeGuard scope(*this, allowScope && (chunk.hasLocalDeclarations || localScopes.size() > localScopeBase));
+    if (uint64_t(chunk.firstInstruction) + chunk.instructionCount > program->instructions.size())
+        throw std::runtime_error("Bytecode chunk range is out of bounds");
+    Variable running;
+    const Instruction* code = program->instructions.data() + chunk.firstInstruction;
+    try {
+        for (uint32_t i = 0; i < chunk.instructionCount; ++i) {
+            if (shouldAbortForSoftRaisedError()) return Variable();
+            if (!executeInstruction(program, code[i], signal, running, false)) return Variable();
+            if (signal != BlockSignal::None) return running;
+        }
+    } catch (const std::exception& e) {
+        if (std::string_view(e.what()).starts_with(kErrorPrefix)) throw;
+        std::string near = !nearToken.empty() ? nearToken
+                           : currentLine && !currentLine->tokens.empty() ? currentLine->tokens[0]
+                                                                          : std::string("script");
+        throwError(e.what(), near);
+    }
+    return running;
+}
+
+Variable OrvaneScript::runBlock(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunk, BlockSignal& signal) {
+    Variable running;
+    if (localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk) &&
+        executeInlineChunk(program, chunk, signal, running)) {
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        return running;
+    }
+    running = executeBytecodeChunk(program, chunk, signal);
+    if (shouldAbortForSoftRaisedError()) return Variable();
+    return running;
+}
+
+bool OrvaneScript::isInlineableChunk(BytecodeProgram& program, uint32_t chunkIndex) {
+    if (chunkIndex >= program.chunks.size()) return false;
+    if (program.inlineCache.size() != program.chunks.size()) program.inlineCache.assign(program.chunks.size(), 0);
+    uint8_t& cached = program.inlineCache[chunkIndex];
+    if (cached != 0) return cached == 2;
+    const BytecodeChunk& chunk = program.chunks[chunkIndex];
+    bool inlineable = !chunk.hasLocalDeclarations &&
+                      uint64_t(chunk.firstInstruction) + chunk.instructionCount <= program.instructions.size();
+    for (uint32_t i = 0; inlineable && i < chunk.instructionCount; ++i) {
+        const Instruction& instruction = program.instructions[chunk.firstInstruction + i];
+        switch (instruction.opcode) {
+        case Opcode::Statement:
+        case Opcode::SimpleAssign:
+        case Opcode::Break: break;
+        case Opcode::IfGroup:
+            if (instruction.a >= program.ifGroups.size()) { inlineable = false; break; }
+            for (const BytecodeIfBranch& branch : program.ifGroups[instruction.a].branches)
+                inlineable = inlineable && isInlineableChunk(program, branch.chunk);
+            break;
+        case Opcode::WhileLoop:
+            inlineable = instruction.a < program.whileLoops.size() &&
+                         isInlineableChunk(program, program.whileLoops[instruction.a].chunk);
+            break;
+        case Opcode::RepeatLoop:
+            inlineable = instruction.a < program.repeatLoops.size() &&
+                         isInlineableChunk(program, program.repeatLoops[instruction.a].chunk);
+            break;
+        case Opcode::NumericFor:
+            inlineable = instruction.a < program.numericForLoops.size() &&
+                         isInlineableChunk(program, program.numericForLoops[instruction.a].chunk);
+            break;
+        default: inlineable = false; break;
+        }
+    }
+    program.inlineCache[chunkIndex] = inlineable ? 2 : 1;
+    return inlineable;
+}
+
+// The flat form: no scope, no exception handling of its own; errors travel to the enclosing
+// general form. False only when the chunk is not inlineable.
+bool OrvaneScript::executeInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
+                                      BlockSignal& signal, Variable& running) {
+    if (!isInlineableChunk(*program, chunkIndex)) return false;
+    signal = BlockSignal::None;
+    const BytecodeChunk& chunk = program->chunks[chunkIndex];
+    const Instruction* code = program->instructions.data() + chunk.firstInstruction;
+    for (uint32_t i = 0; i < chunk.instructionCount; ++i) {
+        if (!executeInstruction(program, code[i], signal, running, true)) return true;
+        if (shouldAbortForSoftRaisedError() || signal != BlockSignal::None) return true;
+    }
+    return true;
+}
+
+// One instruction; false when a soft error aborts the chunk.
+bool OrvaneScript::executeInstruction(const std::shared_ptr<BytecodeProgram>& program, const Instruction& instruction,
+                                      BlockSignal& signal, Variable& running, bool inlineForm) {
+    BytecodeProgram& p = *program;
+    auto body = [&](uint32_t chunk, BlockSignal& inner) -> Variable {
+        if (!inlineForm) return runBlock(program, chunk, inner);
+        Variable value;
+        if (!executeInlineChunk(program, chunk, inner, value)) throw std::runtime_error("Unexpected non-inline opcode");
+        return value;
+    };
+    switch (instruction.opcode) {
+    case Opcode::Statement: {
+        const ParsedScriptLine& line = lineStep(p, instruction.a);
+        if (line.tokens.empty()) return true;
+        running = executeStatement(line);
+        return !shouldAbortForSoftRaisedError();
+    }
+    case Opcode::SimpleAssign: {
+        const ParsedScriptLine& line = lineStep(p, instruction.a);
+        if (line.tokens.empty() || line.targets.empty()) return true;
+        executeSimpleAssign(line);
+        running = Variable();
+        return !shouldAbortForSoftRaisedError();
+    }
+    case Opcode::IfGroup: {
+        if (instruction.a >= p.ifGroups.size())
+            throw std::runtime_error(inlineForm ? "Inline bytecode if-group index out of range"
+                                                : "Bytecode if-group index out of range");
+        for (const BytecodeIfBranch& branch : p.ifGroups[instruction.a].branches) {
+            const ParsedScriptLine& line = lineStep(p, branch.line);
+            bool holds = branch.isElse || evaluateLineCondition(line, "if");
+            if (shouldAbortForSoftRaisedError()) return false;
+            if (!holds) continue;
+            Variable value = body(branch.chunk, signal);
+            if (shouldAbortForSoftRaisedError()) return false;
+            if (signal != BlockSignal::None) running = std::move(value);
+            return true;
+        }
+        return true;
+    }
+    case Opcode::WhileLoop: {
+        if (instruction.a >= p.whileLoops.size())
+            throw std::runtime_error(inlineForm ? "Inline bytecode while-loop index out of range"
+                                                : "Bytecode while-loop index out of range");
+        const BytecodeWhileLoop& loop = p.whileLoops[instruction.a];
+        for (;;) {
+            const ParsedScriptLine& line = lineStep(p, loop.line);
+            bool holds = evaluateLineCondition(line, "while");
+            if (shouldAbortForSoftRaisedError()) return false;
+            if (!holds) return true;
+            BlockSignal inner = BlockSignal::None;
+            Variable value = body(loop.chunk, inner);
+            if (shouldAbortForSoftRaisedError()) return false;
+            if (inner == BlockSignal::Return) {
+                signal = inner;
+                running = std::move(value);
+                return true;
+            }
+            if (inner == BlockSignal::Break) return true;
+        }
+    }
+    case Opcode::RepeatLoop: {
+        if (instruction.a >= p.repeatLoops.size())
+            throw std::runtime_error(inlineForm ? "Inline bytecode repeat-loop index out of range"
+                                                : "Bytecode repeat-loop index out of range");
+        const BytecodeRepeatLoop& loop = p.repeatLoops[instruction.a];
+        for (;;) {
+            BlockSignal inner = BlockSignal::None;
+            Variable value = body(loop.chunk, inner);
+            if (shouldAbortForSoftRaisedError()) return false;
+            if (inner == BlockSignal::Break) return true;
+            if (inner == BlockSignal::Return) {
+                signal = inner;
+                running = std::move(value);
+                return true;
+            }
+            const ParsedScriptLine& line = lineStep(p, loop.untilLine);
+            if (line.tokens.empty() || line.tokens[0] != "until") throwError("Missing until condition", "until");
+            bool holds = evaluateLineCondition(line, "until");
+            if (shouldAbortForSoftRaisedError()) return false;
+            if (holds) return true;
+        }
+    }
+    case Opcode::NumericFor: {
+        if (instruction.a >= p.numericForLoops.size())
+            throw std::runtime_error(inlineForm ? "Inline bytecode numeric-for index out of range"
+                                                : "Bytecode numeric-for index out of range");
+        const BytecodeForLoop& loop = p.numericForLoops[instruction.a];
+        const ParsedScriptLine& line = lineStep(p, loop.line);
+        auto& analyses = line.analyses;
+        int32_t first = 0, last = 0, step = 1;
+        bool known = line.forStart.valid && line.forLimit.valid &&
+                     tryEvaluateFastExpressionIntNode(line.forStart, line.forStart.root, line.tokens, analyses, first) &&
+                     tryEvaluateFastExpressionIntNode(line.forLimit, line.forLimit.root, line.tokens, analyses, last) &&
+                     (!line.forHasStep || (line.forStep.valid && tryEvaluateFastExpressionIntNode(
+                                                                     line.forStep, line.forStep.root, line.tokens,
+                                                                     analyses, step)));
+        bool compiled = line.forStart.valid && line.forLimit.valid && (!line.forHasStep || line.forStep.valid);
+        if (!known && compiled) {
+            Variable start = evaluateFastExpression(line.forStart, line.tokens, analyses);
+            if (shouldAbortForSoftRaisedError()) return false;
+            Variable limit = evaluateFastExpression(line.forLimit, line.tokens, analyses);
+            if (shouldAbortForSoftRaisedError()) return false;
+            Variable increment(int32_t(1));
+            if (line.forHasStep) {
+                increment = evaluateFastExpression(line.forStep, line.tokens, analyses);
+                if (shouldAbortForSoftRaisedError()) return false;
+            }
+            // As after reading the whole clause on the token route.
+            nearToken = line.tokens.back();
+            first = toInt(start);
+            last = toInt(limit);
+            step = toInt(increment);
+        } else if (!known) {
+            if (!evaluateForBounds(line, first, last, step)) return false;
+        }
+        if (step == 0) {
+            nearToken = line.tokens.back();
+            throw std::runtime_error("for loop step must not be 0");
+        }
+        BodyRunner runner = [&](BlockSignal& inner) { return body(loop.chunk, inner); };
+        Variable value = runNumericFor(line, first, last, step, runner, signal);
+        if (shouldAbortForSoftRaisedError()) return false;
+        if (signal == BlockSignal::Return) running = std::move(value);
+        return true;
+    }
+    case Opcode::GenericFor: {
+        if (instruction.a >= p.genericForLoops.size())
+            throw std::runtime_error("Bytecode generic-for index out of range");
+        const BytecodeForLoop& loop = p.genericForLoops[instruction.a];
+        const ParsedScriptLine& line = lineStep(p, loop.line);
+        BodyRunner runner = [&](BlockSignal& inner) { return body(loop.chunk, inner); };
+        Variable value = runGenericFor(line, runner, signal);
+        if (shouldAbortForSoftRaisedError()) return false;
+        if (signal == BlockSignal::Return) running = std::move(value);
+        return true;
+    }
+    case Opcode::FunctionDecl: {
+        if (instruction.a >= p.functions.size())
+            throw std::runtime_error("Bytecode function-declaration index out of range");
+        const BytecodeFunctionDecl& declaration = p.functions[instruction.a];
+        const ParsedScriptLine& line = lineStep(p, declaration.line);
+        std::vector<Variable> keys;
+        size_t nameToken = 0;
+        uint8_t target = kTargetPlain;
+        CallablePtr function = readFunctionDeclaration(line, keys, nameToken, target);
+        if (!function) return false;
+        function->bytecode = program;
+        function->chunkIndex = declaration.chunk;
+        function->sourceRoot = declaration.sourceRoot;
+        function->sourcePath = declaration.sourcePath;
+        if (declaration.bodyStart <= declaration.bodyEnd && declaration.bodyEnd <= p.lines.size()) {
+            function->body.assign(p.lines.begin() + declaration.bodyStart, p.lines.begin() + declaration.bodyEnd);
+            prepareParsedLines(function->body);
+            prepareFastCallableBody(*function);
+        }
+        storeFunction(line, nameToken, keys, Variable(std::move(function)), target);
+        return true;
+    }
+    case Opcode::Return: {
+        const ParsedScriptLine& line = lineStep(p, instruction.a);
+        running = executeReturn(line, signal);
+        return !shouldAbortForSoftRaisedError();
+    }
+    case Opcode::Break:
+        lineStep(p, instruction.a);
+        signal = BlockSignal::Break;
+        return true;
+    }
+    return true;
+}
+
+// One plain target and one compiled value, without executeAssignment's generality.
+void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
+    const auto& tokens = line.tokens;
+    auto& analyses = line.analyses;
+    size_t nameToken = line.targets[0].nameToken;
+    const std::string& name = tokens[nameToken];
+    TokenAnalysis& analysis = analyses[nameToken];
+
+    FastScalarValue scalar;
+    bool isScalar = false;
+    Variable value;
+    if (!line.singleCall.valid) {
+        isScalar = tryEvaluateFastExpressionScalar(line.singleValue, tokens, analyses, scalar);
+        if (!isScalar) value = evaluateFastExpressionNode(line.singleValue, line.singleValue.root, tokens, analyses);
+    } else {
+        const auto& argExpressions = line.singleCall.arguments;
+        size_t count = argExpressions.size();
+        Variable inlineArgs[8];
+        std::vector<Variable> manyArgs;
+        Variable* args = inlineArgs;
+        if (count > 8) {
+            manyArgs.resize(count);
+            args = manyArgs.data();
+        }
+        for (size_t i = 0; i < count; ++i) {
+            args[i] = evaluateFastExpression(argExpressions[i], tokens, analyses);
+            if (shouldAbortForSoftRaisedError()) return;
+        }
+        Variable callee;
+        resolveVariableFast(tokens[line.singleCall.nameToken], analyses[line.singleCall.nameToken], callee);
+        if (callee.type == VarType::Function && callee.asCallable()) {
+            const ScriptCallable& function = *callee.asCallable();
+            if (function.isNative) isScalar = tryEvaluateNativeBuiltinScalar(function.builtinId, args, count, scalar);
+            else if (function.fastBodyKind != 0) isScalar = tryEvaluateFastCallableScalar(function, args, count, scalar);
+        }
+        if (!isScalar) {
+            // Set as the token route leaves it: behind the closing parenthesis of the call.
+            nearToken = tokens.back();
+            value = invokeCallableFast(callee, args, count);
+        }
+    }
+    if (shouldAbortForSoftRaisedError()) return;
+
+    bool isCall = line.singleCall.valid ||
+                  (line.singleValue.valid && line.singleValue.nodes[size_t(line.singleValue.root)].kind == FastExprNodeKind::Call);
+    if (!isScalar && isCall && value.type == VarType::Multi) {
+        const VariableArray& values = value.asMulti()->values;
+        value = values.empty() ? Variable() : values[0];
+    }
+    char op = line.assignOperatorIndex < tokens.size() ? tokens[line.assignOperatorIndex][0] : '=';
+    if (op == '=') {
+        if (line.scopeTarget != kTargetPlain) {
+            assignVariableFast(name, analysis, isScalar ? fastScalarToVariable(scalar) : value, line.scopeTarget);
+            return;
+        }
+        Variable* slot = resolveExistingVariableFastMutable(name, analysis);
+        if (slot) {
+            if (isScalar) assignFastScalarToVariable(*slot, scalar);
+            else *slot = std::move(value);
+        } else {
+            pushVariable(name, isScalar ? fastScalarToVariable(scalar) : value);
+        }
+        return;
+    }
+    Variable* slot = resolveExistingVariableFastMutable(name, analysis);
+    if (!slot) throwError("Variable not found: " + name, tokens.back());
+    if (isScalar) {
+        if (tryApplyFastScalarOperationInPlace(*slot, op, scalar)) return;
+        value = fastScalarToVariable(scalar);
+    } else if (tryApplyOperationInPlace(*slot, op, value)) {
+        return;
+    }
+    *slot = performOperation(*slot, op, value);
+}
+
+}  // namespace orvane

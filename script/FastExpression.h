@@ -1,0 +1,80 @@
+// Compiled expressions: flat node arrays over a line's tokens, children before parents.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace orvane {
+
+struct TokenAnalysis;
+
+enum class FastExprNodeKind : uint8_t {
+    None = 0, Int = 1, Float = 2, String = 3, Bool = 4, Nil = 5, Variable = 6, Index = 7, Call = 8,
+    Negate = 9, Not = 10, Length = 11, Add = 12, Sub = 13, Mul = 14, Div = 15, IntDiv = 16, Mod = 17,
+    Pow = 18, Eq = 19, Ne = 20, Lt = 21, Gt = 22, Le = 23, Ge = 24, And = 25, Or = 26,
+};
+
+constexpr uint8_t kFastExprNodeMayFloat = 1;
+// The subtree holds a call: the try evaluators never run one that they might then refuse.
+constexpr uint8_t kFastExprNodeHasCall = 2;
+
+struct FastExprNode {
+    FastExprNodeKind kind = FastExprNodeKind::None;
+    int32_t left = -1;
+    int32_t right = -1;  // for a call: the first position in callArgs
+    uint16_t tokenIndex = 0;
+    // The token an error of this node is reported near: the last token read before the
+    // operation runs (the end of its right operand, or the closing bracket of an index or call).
+    uint16_t errorToken = 0;
+    uint16_t stringIndex = 0;
+    int32_t intValue = 0;  // for a call: the argument count
+    float floatValue = 0.0f;
+    bool boolValue = false;
+    uint8_t flags = 0;
+};
+
+struct FastExpression {
+    bool valid = false;
+    int32_t root = -1;
+    std::vector<std::string> strings;
+    std::vector<int32_t> callArgs;
+    std::vector<FastExprNode> nodes;
+};
+
+struct FastCallExpression {
+    bool valid = false;
+    uint16_t nameToken = 0;
+    std::vector<FastExpression> arguments;
+};
+
+// An unboxed value: never a string.
+struct FastScalarValue {
+    enum Kind : uint8_t { None = 0, Nil = 1, Int = 2, Float = 3, Bool = 4 };
+    uint8_t kind = None;
+    int32_t intValue = 0;
+    float floatValue = 0.0f;
+    bool boolValue = false;
+
+    static FastScalarValue makeNil() { FastScalarValue s; s.kind = Nil; return s; }
+    static FastScalarValue makeInt(int32_t v) { FastScalarValue s; s.kind = Int; s.intValue = v; return s; }
+    static FastScalarValue makeFloat(float v) { FastScalarValue s; s.kind = Float; s.floatValue = v; return s; }
+    static FastScalarValue makeBool(bool v) { FastScalarValue s; s.kind = Bool; s.boolValue = v; return s; }
+};
+
+bool fastScalarIsNumeric(const FastScalarValue& s);
+bool fastScalarIsTruthy(const FastScalarValue& s);
+double fastScalarToDouble(const FastScalarValue& s);
+int32_t fastScalarToInt(const FastScalarValue& s);
+
+struct Variable;
+Variable fastScalarToVariable(const FastScalarValue& s);
+void assignFastScalarToVariable(Variable& variable, const FastScalarValue& s);
+
+FastExpression compileFastExpressionRange(const std::vector<std::string>& tokens,
+                                          const std::vector<TokenAnalysis>& analyses, size_t begin, size_t end);
+FastCallExpression compileFastCallExpressionRange(const std::vector<std::string>& tokens,
+                                                  const std::vector<TokenAnalysis>& analyses, size_t begin,
+                                                  size_t end);
+
+}  // namespace orvane
