@@ -277,15 +277,7 @@ bool OrvaneScript::executeInstruction(const std::shared_ptr<BytecodeProgram>& pr
         } else if (!known) {
             if (!evaluateForBounds(line, first, last, step)) return false;
         }
-        if (step == 0) {
-            nearToken = line.tokens.back();
-            throw std::runtime_error("for loop step must not be 0");
-        }
-        BodyRunner runner = [&](BlockSignal& inner) { return body(loop.chunk, inner); };
-        Variable value = runNumericFor(line, first, last, step, runner, signal);
-        if (shouldAbortForSoftRaisedError()) return false;
-        if (signal == BlockSignal::Return) running = std::move(value);
-        return true;
+        return runCompiledNumericFor(program, line, loop.chunk, first, last, step, signal, running, inlineForm);
     }
     case Opcode::GenericFor: {
         if (instruction.a >= p.genericForLoops.size())
@@ -333,6 +325,46 @@ bool OrvaneScript::executeInstruction(const std::shared_ptr<BytecodeProgram>& pr
     return true;
 }
 
+// The loop of a numeric for over a compiled body; the inline question is decided once.
+bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>& program, const ParsedScriptLine& line,
+                                         uint32_t chunk, int32_t first, int32_t last, int32_t step,
+                                         BlockSignal& signal, Variable& running, bool inlineForm) {
+    if (step == 0) {
+        nearToken = line.tokens.back();
+        throw std::runtime_error("for loop step must not be 0");
+    }
+    struct LoopScope {
+        OrvaneScript& script;
+        size_t index;
+        ~LoopScope() { script.nativeScopes.resize(std::min(index, script.nativeScopes.size())); }
+    } scope{*this, nativeScopes.size()};
+    noteScopeName(line.tokens[1]);
+    nativeScopes.emplace_back();
+    nativeScopes.back().reserve(1);
+    nativeScopes.back().push_back({line.tokens[1], Variable(first)});
+    bool inlineBody = localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk);
+    if (inlineForm && !inlineBody) throw std::runtime_error("Expected inlineable numeric-for chunk");
+    // The counter runs in 64 bits, so a limit at the end of the 32-bit range still ends the loop.
+    for (int64_t counter = first; step > 0 ? counter <= last : counter >= last; counter += step) {
+        // The counter, not the variable, drives the loop: write it in place.
+        Variable& variable = nativeScopes[scope.index][0].value;
+        if (variable.type == VarType::Int) variable.value = int32_t(counter);
+        else variable = Variable(int32_t(counter));
+        BlockSignal inner = BlockSignal::None;
+        Variable value;
+        if (inlineBody) executeInlineChunk(program, chunk, inner, value);
+        else value = executeBytecodeChunk(program, chunk, inner);
+        if (shouldAbortForSoftRaisedError()) return false;
+        if (inner == BlockSignal::Return) {
+            signal = inner;
+            running = std::move(value);
+            return true;
+        }
+        if (inner == BlockSignal::Break) break;
+    }
+    return true;
+}
+
 // One plain target and one compiled value, without executeAssignment's generality.
 void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
     const auto& tokens = line.tokens;
@@ -343,8 +375,21 @@ void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
 
     FastScalarValue scalar;
     bool isScalar = false;
+    char op = line.assignOperatorIndex < tokens.size() ? tokens[line.assignOperatorIndex][0] : '=';
+    if (!line.singleCall.valid && line.scopeTarget == kTargetPlain &&
+        tryEvaluateFastExpressionScalar(line.singleValue, tokens, analyses, scalar)) {
+        // The hot shape: a number into an existing variable, with no Variable built.
+        Variable* slot = resolveExistingVariableFastMutable(name, analysis);
+        if (slot && op == '=') {
+            assignFastScalarToVariable(*slot, scalar);
+            return;
+        }
+        if (slot && tryApplyFastScalarOperationInPlace(*slot, op, scalar)) return;
+        isScalar = true;
+    }
     Variable value;
-    if (!line.singleCall.valid) {
+    if (isScalar) {
+    } else if (!line.singleCall.valid) {
         isScalar = tryEvaluateFastExpressionScalar(line.singleValue, tokens, analyses, scalar);
         if (!isScalar) value = evaluateFastExpressionNode(line.singleValue, line.singleValue.root, tokens, analyses);
     } else {
@@ -382,7 +427,6 @@ void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
         const VariableArray& values = value.asMulti()->values;
         value = values.empty() ? Variable() : values[0];
     }
-    char op = line.assignOperatorIndex < tokens.size() ? tokens[line.assignOperatorIndex][0] : '=';
     if (op == '=') {
         if (line.scopeTarget != kTargetPlain) {
             assignVariableFast(name, analysis, isScalar ? fastScalarToVariable(scalar) : value, line.scopeTarget);

@@ -26,7 +26,10 @@ struct CallFrameGuard {
         const auto& parameters = function.parameters;
         Scope scope;
         scope.reserve(std::max<size_t>(parameters.size(), 4));
-        for (size_t i = 0; i < parameters.size(); ++i) scope.push_back({parameters[i], i < count ? args[i] : Variable()});
+        for (size_t i = 0; i < parameters.size(); ++i) {
+            script.noteScopeName(parameters[i]);
+            scope.push_back({parameters[i], i < count ? args[i] : Variable()});
+        }
         script.nativeScopes.push_back(std::move(scope));
         if (function.isVariadic) {
             size_t named = std::min(parameters.size(), count);

@@ -252,6 +252,9 @@ public:
                             BlockSignal& signal, Variable& running, bool inlineForm);
     Variable runBlock(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunk, BlockSignal& signal);
     void executeSimpleAssign(const ParsedScriptLine& line);
+    bool runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>& program, const ParsedScriptLine& line,
+                               uint32_t chunk, int32_t first, int32_t last, int32_t step, BlockSignal& signal,
+                               Variable& running, bool inlineForm);
     const ParsedScriptLine& lineStep(const BytecodeProgram& program, uint32_t index);
 
     // Fast expressions: try evaluators answer true with a result, or false, with no effects, to
@@ -288,7 +291,13 @@ public:
     Variable missingArgument;
     Variable callFastBody(const CallablePtr& function, const Variable* args, size_t count);
     void noteFastErrorToken(const std::vector<std::string>& tokens, const FastExpression& e, int32_t node);
-    bool nearTokenFromFast = false;  // nearToken was named by a compiled expression's error
+    bool nearTokenFromFast = false;
+    // Raised whenever a scope entry appears under the name of a global: a token that found a
+    // global stays valid without a search while this is unchanged.
+    uint64_t shadowEpoch = 1;
+    void noteScopeName(const std::string& name) {
+        if (globalIndex.count(name)) ++shadowEpoch;
+    }  // nearToken was named by a compiled expression's error
     // After a compiled expression, the near token the token route would have left behind.
     void noteTokenRead(const std::string& token) {
         if (shouldAbortForSoftRaisedError()) return;
@@ -328,6 +337,7 @@ private:
 
     Variable* globalSlotPtr(const std::string& name, TokenAnalysis* analysis);
     Variable* findInScopes(const std::string& name);
+    void setInScope(Scope& scope, const std::string& name, const Variable& value);
     void checkNativeStack(size_t slack = size_t(256) << 10);
     void markStackBase();
     TableCacheEntry& tableCacheEntry(const TablePtr& table);

@@ -79,9 +79,11 @@ bool OrvaneScript::resolveVariable(const std::string& name, Variable& out) {
 // The token's analysis remembers where the name was found last time. Scoping is dynamic, so a
 // remembered place is trusted only where nothing can stand in front of it: the newest visible
 // local scope, the newest native scope or the running fast body's parameters when no local
-// scope is visible. Everything else is searched in order: locals, fast parameters, natives,
-// globals; a global's slot is cached for good, since slots never move.
+// scope is visible, and a global while no scope entry of that name has appeared since.
+// Everything else is searched in order: locals, fast parameters, natives, globals.
 Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAnalysis& a) {
+    if (a.scopeKind == kScopeKindGlobal && a.scopeSlot == shadowEpoch)
+        return static_cast<Variable*>(const_cast<void*>(a.scopePtr));
     size_t visibleLocals = localScopes.size() - localScopeBase;
     if (visibleLocals == 0 && nativeScopes.empty() && !fastCallable) return globalSlotPtr(name, &a);
 
@@ -142,7 +144,13 @@ Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAna
             return &scope[slot].value;
         }
     }
-    return globalSlotPtr(name, &a);
+    Variable* global = globalSlotPtr(name, &a);
+    if (global) {
+        a.scopeKind = kScopeKindGlobal;
+        a.scopeSlot = shadowEpoch;
+        a.scopePtr = global;  // global slots never move
+    }
+    return global;
 }
 
 // A parameter of the running fast body; one beyond the arguments reads as nil.
@@ -178,11 +186,12 @@ bool OrvaneScript::assignExistingVariableFast(const std::string& name, TokenAnal
     return true;
 }
 
-static void setInScope(Scope& scope, const std::string& name, const Variable& value) {
+void OrvaneScript::setInScope(Scope& scope, const std::string& name, const Variable& value) {
     if (Variable* v = findInScope(scope, name)) {
         *v = value;
         return;
     }
+    noteScopeName(name);
     scope.push_back({name, value});
 }
 

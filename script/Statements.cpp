@@ -310,6 +310,7 @@ Variable OrvaneScript::runNumericFor(const ParsedScriptLine& line, int32_t first
     if (step == 0) throw std::runtime_error("for loop step must not be 0");
     Scope scope;
     scope.reserve(1);
+    noteScopeName(line.tokens[1]);
     scope.push_back({line.tokens[1], Variable(first)});
     LoopScopeGuard loop(*this, std::move(scope));
     // The counter runs in 64 bits, so a limit at the end of the 32-bit range still ends the loop.
@@ -398,7 +399,10 @@ Variable OrvaneScript::runGenericFor(const ParsedScriptLine& line, const BodyRun
     ArrayPtr items = iterator.asArray();
     Scope scope;
     scope.reserve(std::max<size_t>(names.size(), 4));
-    for (const std::string& name : names) scope.push_back({name, Variable()});
+    for (const std::string& name : names) {
+        noteScopeName(name);
+        scope.push_back({name, Variable()});
+    }
     LoopScopeGuard loop(*this, std::move(scope));
     for (size_t i = 0; i < items->size(); ++i) {
         Variable element = (*items)[i];
@@ -428,7 +432,10 @@ Variable OrvaneScript::iteratePairs(const std::vector<std::string>& names, const
                                     const BodyRunner& body, BlockSignal& signal) {
     Scope scope;
     scope.reserve(std::max<size_t>(names.size(), 4));
-    for (const std::string& name : names) scope.push_back({name, Variable()});
+    for (const std::string& name : names) {
+        noteScopeName(name);
+        scope.push_back({name, Variable()});
+    }
     LoopScopeGuard loop(*this, std::move(scope));
     Variable result;
     // Binds one key/value pair and runs the body; false ends the loop.
