@@ -7,7 +7,7 @@ JOBS       ?= 2
 
 # Debian packages: the engine's build, the tests' oracles, the benchmarks' references.
 PACKAGES = g++ cmake ninja-build ccache qtbase5-dev libgtest-dev libgmock-dev \
-           libbenchmark-dev lua5.4 xvfb \
+           libbenchmark-dev lua5.4 xvfb bc \
            libpng-dev zlib1g-dev libstb-dev python3-pil imagemagick pngcheck clang libclang-rt-14-dev
 
 .PHONY: deps build run test clean fuzz bench
@@ -42,10 +42,11 @@ fuzz: deps
 
 # Benchmarks: a Release build without sanitizers in its own folder, then every benchmark.
 BENCH_BUILD ?= build-bench
-bench: deps
+bench: build
 	cmake -S bench -B $(BENCH_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	bash bench/run.sh $(BENCH_BUILD)
+	bash bench/scripts.sh $(BUILD)/orvanetide
 
 clean:
 	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(BENCH_BUILD)

@@ -1,12 +1,22 @@
 // Every module and helper that exists, registered in the engine's fixed order.
 #include "host/HostModules.h"
+#include "host/InputState.h"
 #include "host/ProcessObjects.h"
+#include "image/NuvraImageModule.h"
+#include "window/WindowFacade.h"
+#include "window/WindowModules.h"
 
 namespace orvane {
 
 void registerFunctions() {
+    if (ot_has_window()) engine.pushVariable("Metal", makeMetalModule());
+    engine.pushVariable("Sailfish", makeSailfishModule());
     engine.pushVariable("Orvane", makeOrvaneModule());
+    engine.pushVariable("Nuvra", makeModule("Nuvra", nuvraImageEntries()));
+    engine.pushVariable("GLFW", makeGLFWModule());
     registerGlobalHelpers();
+    registerEngineConstants();
+    publishInputGlobals();  // idle input exists before the first script line
 }
 
 }  // namespace orvane

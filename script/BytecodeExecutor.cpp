@@ -19,7 +19,6 @@ struct ConditionalScopeGuard {
         : script(s), pushed(push), height(s.localScopes.size()), base(s.localScopeBase) {
         if (!pushed) return;
         script.localScopes.emplace_back();
-        script.localScopes.back().reserve(4);
     }
     ~ConditionalScopeGuard() {
         if (!pushed) return;

@@ -497,43 +497,43 @@ bool OrvaneScript::tryEvaluateNativeBuiltinScalar(uint8_t id, const Variable* ar
     return scalarFromVariable(result, out);
 }
 
+// A tree of Add nodes over string literals and toString(x) calls: the shape that concatenates
+// into one string with no intermediate ones. Checked whole before anything runs.
+bool OrvaneScript::isFastStringConcat(const FastExpression& e, int32_t n, const Tokens& tokens, Analyses& analyses) {
+    const FastExprNode& node = nodeAt(e, n);
+    if (node.kind == Kind::Add)
+        return isFastStringConcat(e, node.left, tokens, analyses) && isFastStringConcat(e, node.right, tokens, analyses);
+    if (node.kind == Kind::String) return true;
+    if (node.kind != Kind::Call || node.intValue != 1 || size_t(node.right) >= e.callArgs.size()) return false;
+    const FastExprNode& callee = nodeAt(e, node.left);
+    if (callee.kind != Kind::Variable) return false;
+    const Variable* f = resolveVariableFastPtr(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
+    return f && f->type == VarType::Function && f->asCallable() && f->asCallable()->isNative &&
+           f->asCallable()->builtinId == kBuiltinToString;
+}
+
 bool OrvaneScript::appendFastStringConcatNode(const FastExpression& e, int32_t n, const Tokens& tokens,
                                               Analyses& analyses, std::string& text) {
-    // The shape of the whole tree is checked before anything is appended or called.
-    auto isToStringCall = [&](const FastExprNode& node) {
-        if (node.kind != Kind::Call || node.intValue != 1) return false;
-        const FastExprNode& callee = nodeAt(e, node.left);
-        if (callee.kind != Kind::Variable) return false;
-        const Variable* f = resolveVariableFastPtr(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
-        return f && f->type == VarType::Function && f->asCallable() && f->asCallable()->isNative &&
-               f->asCallable()->builtinId == kBuiltinToString;
-    };
-    std::vector<int32_t> leaves;
-    std::vector<int32_t> pending{n};
-    while (!pending.empty()) {
-        int32_t current = pending.back();
-        pending.pop_back();
-        const FastExprNode& node = nodeAt(e, current);
-        if (node.kind == Kind::Add) {
-            pending.push_back(node.right);
-            pending.push_back(node.left);
-        } else if (node.kind == Kind::String || isToStringCall(node)) {
-            leaves.push_back(current);
-        } else {
-            return false;
-        }
-    }
-    for (int32_t leaf : leaves) {
-        const FastExprNode& node = nodeAt(e, leaf);
-        if (node.kind == Kind::String) {
-            text += e.strings[node.stringIndex];
-        } else {
-            Variable value = evaluateFastExpressionNode(e, e.callArgs[size_t(node.right)], tokens, analyses);
-            if (shouldAbortForSoftRaisedError()) return true;
-            text += value.type == VarType::String ? value.asString() : value.toString();
-        }
-    }
+    if (!isFastStringConcat(e, n, tokens, analyses)) return false;
+    appendConcatLeaves(e, n, tokens, analyses, text);
     return true;
+}
+
+void OrvaneScript::appendConcatLeaves(const FastExpression& e, int32_t n, const Tokens& tokens, Analyses& analyses,
+                                      std::string& text) {
+    const FastExprNode& node = nodeAt(e, n);
+    if (node.kind == Kind::Add) {
+        appendConcatLeaves(e, node.left, tokens, analyses, text);
+        if (shouldAbortForSoftRaisedError()) return;
+        appendConcatLeaves(e, node.right, tokens, analyses, text);
+    } else if (node.kind == Kind::String) {
+        text += e.strings[node.stringIndex];
+    } else {
+        Variable value = evaluateFastExpressionNode(e, e.callArgs[size_t(node.right)], tokens, analyses);
+        if (shouldAbortForSoftRaisedError()) return;
+        if (value.type == VarType::String) text += value.asString();
+        else text += value.toString();
+    }
 }
 
 Variable OrvaneScript::evaluateFastExpression(const FastExpression& e, const Tokens& tokens, Analyses& analyses) {

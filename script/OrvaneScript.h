@@ -274,6 +274,10 @@ public:
                                     std::vector<TokenAnalysis>& analyses);
     bool appendFastStringConcatNode(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
                                     std::vector<TokenAnalysis>& analyses, std::string& text);
+    bool isFastStringConcat(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
+                            std::vector<TokenAnalysis>& analyses);
+    void appendConcatLeaves(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
+                            std::vector<TokenAnalysis>& analyses, std::string& text);
     bool tryExecuteDiscardedFastCall(const FastExpression& e, const std::vector<std::string>& tokens,
                                      std::vector<TokenAnalysis>& analyses);
     bool tryEvaluateNativeBuiltinScalar(uint8_t id, const Variable* args, size_t count, FastScalarValue& out);

@@ -10,9 +10,9 @@ namespace orvane {
 // Every run of a block has its own local scope, so a `local` lives until the end of the
 // innermost block, one loop iteration included.
 struct LocalScopeGuard {
+    // No room is reserved: most blocks declare nothing, and an empty scope costs no allocation.
     explicit LocalScopeGuard(OrvaneScript& s) : script(s), height(s.localScopes.size()), base(s.localScopeBase) {
         script.localScopes.emplace_back();
-        script.localScopes.back().reserve(4);
     }
     ~LocalScopeGuard() {
         script.localScopes.resize(height);

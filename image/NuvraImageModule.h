@@ -1,0 +1,21 @@
+// Script functions over images: the image members of the module Nuvra, and the module GLFW.
+#pragma once
+
+#include "host/Binding.h"
+#include "image/NuvraImage.h"
+
+namespace orvane {
+
+// createImage, checkImage, saveImage, blitImage, killImage, imageSize, loadPNG,
+// saveNuvraImage, loadNuvraImage; the rest of Nuvra joins them at registration.
+ModuleEntries nuvraImageEntries();
+Variable makeGLFWModule();
+
+// The image argument of a module function, or null for nil.
+NuvraImage* imageArgument(const VariableArray& args, size_t index, const std::string& label,
+                                 const std::string& name);
+// Same, and a script error "<name> must be a valid image" unless it has pixels.
+NuvraImage& validImageArgument(const VariableArray& args, size_t index, const std::string& label,
+                                      const std::string& name);
+
+}  // namespace orvane
