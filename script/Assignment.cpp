@@ -98,14 +98,17 @@ void OrvaneScript::applyToTarget(const ParsedScriptLine& line, const ParsedAssig
                                  const std::vector<Variable>& keys, char op, const Variable& value, Variable* readBack) {
     const std::string& name = line.tokens[target.nameToken];
     TokenAnalysis& analysis = line.analyses[target.nameToken];
-    Variable container;
-    if (Variable* existing = resolveExistingVariableFastMutable(name, analysis)) {
-        container = *existing;
-    } else {
+    Variable created;
+    Variable* existing = resolveExistingVariableFastMutable(name, analysis);
+    if (!existing) {
         if (op != '=') throw std::runtime_error("Variable not found: " + name);
-        container = prefersArrayStorage(keys[0]) ? Variable::makeArray() : Variable::makeTable();
+        created = prefersArrayStorage(keys[0]) ? Variable::makeArray() : Variable::makeTable();
+    } else if (line.scopeTarget != kTargetPlain) {
+        created = *existing;  // a `local` or `native` target gets its own variable
     }
-    Variable* level = &container;
+    // A plain target that exists is written in place: storing it again would change nothing.
+    bool inPlace = existing && line.scopeTarget == kTargetPlain;
+    Variable* level = inPlace ? existing : &created;
     for (size_t i = 0; i + 1 < keys.size(); ++i) {
         if (op == '=' && getIndexedValue(*level, keys[i]).isNil())
             setIndexedValue(*level, keys[i],
@@ -120,7 +123,7 @@ void OrvaneScript::applyToTarget(const ParsedScriptLine& line, const ParsedAssig
         setIndexedValue(*level, keys.back(), current, false);
     }
     if (readBack) *readBack = getIndexedValue(*level, keys.back());
-    storeAssigned(line, target.nameToken, container);
+    if (!inPlace) storeAssigned(line, target.nameToken, created);
 }
 
 bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& result) {

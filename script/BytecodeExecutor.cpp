@@ -18,11 +18,11 @@ struct ConditionalScopeGuard {
     ConditionalScopeGuard(OrvaneScript& s, bool push)
         : script(s), pushed(push), height(s.localScopes.size()), base(s.localScopeBase) {
         if (!pushed) return;
-        script.localScopes.emplace_back();
+        script.pushScope(script.localScopes);
     }
     ~ConditionalScopeGuard() {
         if (!pushed) return;
-        script.localScopes.resize(height);
+        script.popScopes(script.localScopes, height);
         script.localScopeBase = base;
     }
     OrvaneScript& script;
@@ -49,6 +49,7 @@ Variable OrvaneScript::runBytecodeProgram(const std::shared_ptr<BytecodeProgram>
     Variable value;
     try {
         value = executeBytecodeChunk(program, 0, signal);
+        rethrowPendingCoroutineException();
     } catch (...) {
         sourceRootStack.resize(rootHeight);
         sourcePathStack.resize(pathHeight);
@@ -81,8 +82,14 @@ Variable OrvaneScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
     const Instruction* code = program->instructions.data() + chunk.firstInstruction;
     try {
         for (uint32_t i = 0; i < chunk.instructionCount; ++i) {
+            rethrowPendingCoroutineException();
             if (shouldAbortForSoftRaisedError()) return Variable();
-            if (!executeInstruction(program, code[i], signal, running, false)) return Variable();
+            bool ok;
+            {
+                CoroutineTurnGuard turn(*this);
+                ok = executeInstruction(program, code[i], signal, running, false);
+            }
+            if (!ok) return Variable();
             if (signal != BlockSignal::None) return running;
         }
     } catch (const std::exception& e) {
@@ -154,7 +161,13 @@ bool OrvaneScript::executeInlineChunk(const std::shared_ptr<BytecodeProgram>& pr
     const BytecodeChunk& chunk = program->chunks[chunkIndex];
     const Instruction* code = program->instructions.data() + chunk.firstInstruction;
     for (uint32_t i = 0; i < chunk.instructionCount; ++i) {
-        if (!executeInstruction(program, code[i], signal, running, true)) return true;
+        bool ok = executeInstruction(program, code[i], signal, running, true);
+        // The coroutine step: no guards here, so a turn follows each plain statement.
+        if (coroutineWork() && code[i].opcode <= Opcode::SimpleAssign) {
+            serviceScheduledCoroutineTurnNoThrow();
+            rethrowPendingCoroutineException();
+        }
+        if (!ok) return true;
         if (shouldAbortForSoftRaisedError() || signal != BlockSignal::None) return true;
     }
     return true;
@@ -335,12 +348,10 @@ bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>&
     struct LoopScope {
         OrvaneScript& script;
         size_t index;
-        ~LoopScope() { script.nativeScopes.resize(std::min(index, script.nativeScopes.size())); }
+        ~LoopScope() { script.popScopes(script.nativeScopes, index); }
     } scope{*this, nativeScopes.size()};
     noteScopeName(line.tokens[1]);
-    nativeScopes.emplace_back();
-    nativeScopes.back().reserve(1);
-    nativeScopes.back().push_back({line.tokens[1], Variable(first)});
+    pushScope(nativeScopes).push_back({line.tokens[1], Variable(first)});
     bool inlineBody = localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk);
     if (inlineForm && !inlineBody) throw std::runtime_error("Expected inlineable numeric-for chunk");
     // The counter runs in 64 bits, so a limit at the end of the 32-bit range still ends the loop.

@@ -24,13 +24,11 @@ struct CallFrameGuard {
           rootHeight(s.sourceRootStack.size()),
           pathHeight(s.sourcePathStack.size()) {
         const auto& parameters = function.parameters;
-        Scope scope;
-        scope.reserve(std::max<size_t>(parameters.size(), 4));
+        Scope& scope = script.pushScope(script.nativeScopes);
         for (size_t i = 0; i < parameters.size(); ++i) {
             script.noteScopeName(parameters[i]);
             scope.push_back({parameters[i], i < count ? args[i] : Variable()});
         }
-        script.nativeScopes.push_back(std::move(scope));
         if (function.isVariadic) {
             size_t named = std::min(parameters.size(), count);
             script.varargStack.emplace_back(args + named, args + count);
@@ -42,7 +40,7 @@ struct CallFrameGuard {
         script.sourcePathStack.resize(pathHeight);
         script.sourceRootStack.resize(rootHeight);
         script.varargStack.resize(varargHeight);
-        script.nativeScopes.resize(nativeHeight);
+        script.popScopes(script.nativeScopes, nativeHeight);
     }
     OrvaneScript& script;
     size_t nativeHeight, varargHeight, rootHeight, pathHeight;
@@ -117,7 +115,8 @@ Variable OrvaneScript::invokeCallable(const Variable& callee, const VariableArra
 }
 
 Variable OrvaneScript::invokeCallableFast(const Variable& callee, const Variable* args, size_t count) {
-    if (callDepth == 0) markStackBase();
+    // A turn starts at call depth 0 of its own, deep in the main flow's stack: keep that base.
+    if (callDepth == 0 && !insideCoroutineTurn) markStackBase();
     CallDepthGuard depth(*this);
     checkNativeStack(0);
     if (callee.type != VarType::Function)
@@ -125,15 +124,34 @@ Variable OrvaneScript::invokeCallableFast(const Variable& callee, const Variable
     // Held here, so that a function that replaces its own global keeps running.
     CallablePtr function = callee.asCallable();
     if (!function) throw std::runtime_error("Attempted to call an invalid function value");
-    if (function->isDecay) throw std::runtime_error("decay functions need the coroutine scheduler, which this build lacks");
+    if (function->isDecay) {
+        startCoroutine(function, args, count);
+        return Variable();
+    }
     if (function->isNative) {
-        Variable result = function->builtinId != kBuiltinNone
-                              ? dispatchBuiltinFast(function->builtinId, args, count)
-                              : function->nativeFunction(VariableArray(args, args + count));
+        Variable result = function->builtinId != kBuiltinNone ? dispatchBuiltinFast(function->builtinId, args, count)
+                                                               : callNative(*function, args, count);
         if (shouldAbortForSoftRaisedError()) return Variable();
         return result;
     }
     return callScriptFunction(function, args, count);
+}
+
+// Natives take their arguments as a vector; the vectors are kept per nesting depth and reused,
+// so that a call allocates nothing once the depth has been seen.
+Variable OrvaneScript::callNative(const ScriptCallable& function, const Variable* args, size_t count) {
+    if (nativeArgumentDepth >= nativeArguments.size()) nativeArguments.emplace_back();
+    VariableArray& arguments = nativeArguments[nativeArgumentDepth];
+    arguments.assign(args, args + count);
+    struct Depth {
+        OrvaneScript& s;
+        ~Depth() {
+            s.nativeArguments[--s.nativeArgumentDepth].clear();
+        }
+    } depth{*this};
+    ++nativeArgumentDepth;
+    // A deque keeps the vector in place while nested calls add depths.
+    return function.nativeFunction(arguments);
 }
 
 Variable OrvaneScript::callScriptFunction(const CallablePtr& function, const Variable* args, size_t count) {
@@ -150,6 +168,7 @@ Variable OrvaneScript::callScriptFunction(const CallablePtr& function, const Var
             size_t position = 0;
             result = executeParsedBlock(function->body, position, signal);
         }
+        rethrowPendingCoroutineException();
     }
     if (shouldAbortForSoftRaisedError()) return Variable();
     if (signal == BlockSignal::Break) throw std::runtime_error("break used outside a loop");

@@ -339,7 +339,12 @@ Variable OrvaneScript::collectGarbageFunction(const Variable*, size_t) {
 
 Variable OrvaneScript::killFunction(const Variable*, size_t count) {
     if (count != 0) fail("kill() takes no arguments");
-    return Variable();
+    replacementCoroutine.reset();
+    scheduledCoroutine.reset();
+    if (!insideCoroutineTurn) return Variable();
+    // The running coroutine ends on the spot.
+    turnEnded = true;
+    throw CoroutineTerminated();
 }
 
 Variable OrvaneScript::arrayFunction(const Variable*, size_t count) {

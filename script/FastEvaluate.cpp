@@ -166,7 +166,7 @@ bool OrvaneScript::tryEvaluateFastExpressionIntNode(const FastExpression& e, int
     case Kind::Int: out = node.intValue; return true;
     case Kind::Bool: out = node.boolValue ? 1 : 0; return true;
     case Kind::Variable: {
-        const Variable* v = resolveVariableFastPtr(tokens[node.tokenIndex], analyses[node.tokenIndex]);
+        const Variable* v = resolveFast(tokens[node.tokenIndex], analyses[node.tokenIndex]);
         if (!v) return false;
         if (v->type == VarType::Int) { out = v->asInt(); return true; }
         if (v->type == VarType::Bool) { out = v->asBool() ? 1 : 0; return true; }
@@ -188,7 +188,7 @@ bool OrvaneScript::tryEvaluateFastExpressionIntNode(const FastExpression& e, int
     case Kind::Length: {
         const FastExprNode& child = nodeAt(e, node.left);
         if (child.kind == Kind::Variable) {
-            const Variable* v = resolveVariableFastPtr(tokens[child.tokenIndex], analyses[child.tokenIndex]);
+            const Variable* v = resolveFast(tokens[child.tokenIndex], analyses[child.tokenIndex]);
             out = arrayLength(v ? *v : Variable());
         } else {
             out = arrayLength(evaluateFastExpressionNode(e, node.left, tokens, analyses));
@@ -265,7 +265,7 @@ bool OrvaneScript::tryEvaluateFastExpressionBoolNode(const FastExpression& e, in
     case Kind::Int: out = node.intValue != 0; return true;
     case Kind::Bool: out = node.boolValue; return true;
     case Kind::Variable: {
-        const Variable* v = resolveVariableFastPtr(tokens[node.tokenIndex], analyses[node.tokenIndex]);
+        const Variable* v = resolveFast(tokens[node.tokenIndex], analyses[node.tokenIndex]);
         if (!v || v->type == VarType::Nil) { out = false; return true; }
         switch (v->type) {
         case VarType::Int: out = v->asInt() != 0; return true;
@@ -293,7 +293,7 @@ bool OrvaneScript::tryEvaluateFastExpressionScalarNode(const FastExpression& e, 
     case Kind::Bool: out = FastScalarValue::makeBool(node.boolValue); return true;
     case Kind::Nil: out = FastScalarValue::makeNil(); return true;
     case Kind::Variable: {
-        const Variable* v = resolveVariableFastPtr(tokens[node.tokenIndex], analyses[node.tokenIndex]);
+        const Variable* v = resolveFast(tokens[node.tokenIndex], analyses[node.tokenIndex]);
         if (!v) {
             out = FastScalarValue::makeNil();
             return true;
@@ -399,7 +399,7 @@ bool OrvaneScript::tryEvaluateFastExpressionScalarNode(const FastExpression& e, 
         const Variable* basePtr = nullptr;
         Variable baseValue;
         if (base.kind == Kind::Variable) {
-            basePtr = resolveVariableFastPtr(tokens[base.tokenIndex], analyses[base.tokenIndex]);
+            basePtr = resolveFast(tokens[base.tokenIndex], analyses[base.tokenIndex]);
             if (!basePtr) return false;
         } else {
             if (hasCall(e, node.left)) return false;
@@ -430,11 +430,11 @@ bool OrvaneScript::tryEvaluateFastExpressionScalarNode(const FastExpression& e, 
         const FastExprNode& callee = nodeAt(e, node.left);
         const Variable* function = nullptr;
         if (callee.kind == Kind::Variable) {
-            function = resolveVariableFastPtr(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
+            function = resolveFast(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
         } else if (callee.kind == Kind::Index && nodeAt(e, callee.left).kind == Kind::Variable &&
                    nodeAt(e, callee.right).kind == Kind::String) {
             const FastExprNode& table = nodeAt(e, callee.left);
-            const Variable* t = resolveVariableFastPtr(tokens[table.tokenIndex], analyses[table.tokenIndex]);
+            const Variable* t = resolveFast(tokens[table.tokenIndex], analyses[table.tokenIndex]);
             if (t && t->type == VarType::Table) {
                 auto it = t->asTable()->find(e.strings[nodeAt(e, callee.right).stringIndex]);
                 if (it != t->asTable()->end()) function = &it->second;
@@ -507,7 +507,7 @@ bool OrvaneScript::isFastStringConcat(const FastExpression& e, int32_t n, const 
     if (node.kind != Kind::Call || node.intValue != 1 || size_t(node.right) >= e.callArgs.size()) return false;
     const FastExprNode& callee = nodeAt(e, node.left);
     if (callee.kind != Kind::Variable) return false;
-    const Variable* f = resolveVariableFastPtr(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
+    const Variable* f = resolveFast(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
     return f && f->type == VarType::Function && f->asCallable() && f->asCallable()->isNative &&
            f->asCallable()->builtinId == kBuiltinToString;
 }
@@ -561,7 +561,7 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
     case Kind::Bool: return Variable(node.boolValue);
     case Kind::Nil: return Variable();
     case Kind::Variable: {
-        const Variable* v = resolveVariableFastPtr(tokens[node.tokenIndex], analyses[node.tokenIndex]);
+        const Variable* v = resolveFast(tokens[node.tokenIndex], analyses[node.tokenIndex]);
         return v ? *v : Variable();
     }
     case Kind::And:
@@ -667,7 +667,7 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
         Variable baseValue;
         const Variable* basePtr;
         if (base.kind == Kind::Variable) {
-            basePtr = resolveVariableFastPtr(tokens[base.tokenIndex], analyses[base.tokenIndex]);
+            basePtr = resolveFast(tokens[base.tokenIndex], analyses[base.tokenIndex]);
             if (!basePtr) basePtr = &baseValue;
         } else {
             baseValue = eval(node.left);
@@ -712,7 +712,7 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
         if (callee.kind == Kind::Index && nodeAt(e, callee.left).kind == Kind::Variable &&
             nodeAt(e, callee.right).kind == Kind::String) {
             const FastExprNode& table = nodeAt(e, callee.left);
-            const Variable* t = resolveVariableFastPtr(tokens[table.tokenIndex], analyses[table.tokenIndex]);
+            const Variable* t = resolveFast(tokens[table.tokenIndex], analyses[table.tokenIndex]);
             if (t && t->type == VarType::Table) {
                 auto it = t->asTable()->find(e.strings[nodeAt(e, callee.right).stringIndex]);
                 if (it != t->asTable()->end() && it->second.type == VarType::Function && it->second.asCallable() &&
@@ -739,7 +739,7 @@ bool OrvaneScript::tryExecuteDiscardedFastCall(const FastExpression& e, const To
     if (node.kind != Kind::Call) return false;
     const FastExprNode& callee = nodeAt(e, node.left);
     if (callee.kind != Kind::Variable) return false;
-    const Variable* f = resolveVariableFastPtr(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
+    const Variable* f = resolveFast(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
     if (!f || f->type != VarType::Function || !f->asCallable() || !f->asCallable()->isNative ||
         f->asCallable()->builtinId != kBuiltinAssert)
         return false;

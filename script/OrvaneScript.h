@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <random>
@@ -70,6 +71,11 @@ void prepareFastCallableBody(ScriptCallable& callable);
 // The message of an `error` or failed `assert` outside any pcall.
 struct BytecodeProgram;
 struct Instruction;
+struct CoroutineState;
+
+// Ends a coroutine turn at once. Outside the standard family on purpose: neither pcall nor the
+// catchers of the line executors may stop it.
+struct CoroutineTerminated {};
 
 struct RaisedScriptError : std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -122,6 +128,12 @@ public:
     Variable* resolveVariablePtr(const std::string& name);
     bool resolveVariable(const std::string& name, Variable& out);
     Variable* resolveVariableFastPtr(const std::string& name, TokenAnalysis& analysis);
+    // The cached global of a hot token without a call; everything else through the full rules.
+    Variable* resolveFast(const std::string& name, TokenAnalysis& analysis) {
+        if (analysis.scopeKind == kScopeKindGlobal && analysis.scopeSlot == shadowEpoch)
+            return static_cast<Variable*>(const_cast<void*>(analysis.scopePtr));
+        return resolveVariableFastPtr(name, analysis);
+    }
     bool resolveVariableFast(const std::string& name, TokenAnalysis& analysis, Variable& out);
     Variable* resolveExistingVariableFastMutable(const std::string& name, TokenAnalysis& analysis);
     bool assignExistingVariable(const std::string& name, const Variable& value);
@@ -317,6 +329,35 @@ public:
     Variable executeBytecodeChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
                                   BlockSignal& signal);
 
+    // Coroutines of decay functions: after each statement of the main flow the scheduled one
+    // runs one statement of its own, with its own frames, scope stacks and error state.
+    std::shared_ptr<CoroutineState> scheduledCoroutine;
+    std::shared_ptr<CoroutineState> replacementCoroutine;  // named by a decay call inside a turn
+    std::exception_ptr pendingCoroutineException;           // left a turn, not yet seen by the main flow
+    bool insideCoroutineTurn = false;
+    bool turnEnded = false;
+    bool coroutineWork() const { return scheduledCoroutine || pendingCoroutineException; }
+    std::shared_ptr<CoroutineState> createCoroutineState(const CallablePtr& callable, const Variable* args,
+                                                         size_t count);
+    void startCoroutine(const CallablePtr& callable, const Variable* args, size_t count);
+    bool executeCoroutineTurn(CoroutineState& state);
+    void serviceScheduledCoroutineTurn();
+    void serviceScheduledCoroutineTurnNoThrow() noexcept;
+    void rethrowPendingCoroutineException() {
+        if (pendingCoroutineException) throwPendingCoroutineException();
+    }
+    [[noreturn]] void throwPendingCoroutineException();
+    void pushCoroutineBlockFrame(CoroutineState& state, uint64_t begin, uint64_t end);
+    void popCoroutineBlockFrame(CoroutineState& state);
+    void popCoroutineLoopFrame(CoroutineState& state);
+
+    // Bytecode files ("OSBC"), for a host: tokens and the control skeleton; the rest is
+    // prepared again on reading.
+    std::vector<uint8_t> serializeBytecode(const BytecodeProgram& program);
+    void saveBytecode(const BytecodeProgram& program, const std::string& path);
+    BytecodeProgram deserializeBytecode(const std::vector<uint8_t>& bytes, const std::string& path);
+    BytecodeProgram loadBytecode(const std::string& path);
+
     // Off, every text runs on the reference route: parsed lines without compiled forms through
     // executeParsedBlock. Tests compare the two routes.
     bool referenceRoute = false;
@@ -332,6 +373,7 @@ private:
     friend struct CallFrameGuard;
     friend struct LocalScopeGuard;
     friend struct CallDepthGuard;
+    friend struct CoroutineStepper;
 
     void installStandardLibrary();
     void registerLibraryFunction(std::initializer_list<const char*> names,
@@ -389,6 +431,9 @@ private:
                        const std::vector<Variable>& keys, char op, const Variable& value, Variable* readBack);
 
     // Calls.
+    Variable callNative(const ScriptCallable& function, const Variable* args, size_t count);
+    std::deque<VariableArray> nativeArguments;
+    size_t nativeArgumentDepth = 0;
     Variable callScriptFunction(const CallablePtr& function, const Variable* args, size_t count);
     Variable callMethodOfString(const std::string& receiver, const Variable& method, const Variable* args, size_t count);
     std::vector<ParsedScriptLine> compileLines(const std::string& text);
@@ -401,6 +446,21 @@ public:
     std::unordered_map<std::string, NativeFunction> nativeFunctions;
     std::vector<Scope> nativeScopes;
     std::vector<Scope> localScopes;
+    // Popped scopes keep their storage for the next push, so calls and blocks don't allocate.
+    std::vector<Scope> spareScopes;
+    Scope& pushScope(std::vector<Scope>& stack) {
+        if (spareScopes.empty()) return stack.emplace_back();
+        stack.push_back(std::move(spareScopes.back()));
+        spareScopes.pop_back();
+        return stack.back();
+    }
+    void popScopes(std::vector<Scope>& stack, size_t height) {
+        while (stack.size() > height) {
+            stack.back().clear();
+            spareScopes.push_back(std::move(stack.back()));
+            stack.pop_back();
+        }
+    }
     size_t localScopeBase = 0;
     std::vector<const std::string*> sourceRootStack;
     std::vector<const std::string*> sourcePathStack;
@@ -422,6 +482,22 @@ public:
     // Script recursion is bounded by the native stack it uses, measured from the outermost call.
     const char* stackBase = nullptr;
     size_t stackBudget = 0;
+};
+
+// Gives the scheduled coroutine its turn when a statement of the main flow has finished, but not
+// when it ends by an exception, and not inside a turn. With no coroutine and nothing pending it
+// costs a flag and two pointer tests. No statement runs while an exception unwinds, so the count
+// of exceptions in flight is taken only when there is work already.
+struct CoroutineTurnGuard {
+    explicit CoroutineTurnGuard(OrvaneScript& s)
+        : script(s), outside(!s.insideCoroutineTurn), exceptions(s.coroutineWork() ? std::uncaught_exceptions() : 0) {}
+    ~CoroutineTurnGuard() {
+        if (outside && script.coroutineWork() && std::uncaught_exceptions() == exceptions)
+            script.serviceScheduledCoroutineTurnNoThrow();
+    }
+    OrvaneScript& script;
+    bool outside;
+    int exceptions;
 };
 
 // Keeps the error location of the running line across a nested run, whose lines may be gone

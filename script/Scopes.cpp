@@ -198,13 +198,13 @@ void OrvaneScript::setInScope(Scope& scope, const std::string& name, const Varia
 void OrvaneScript::assignVariable(const std::string& name, const Variable& value, uint8_t target) {
     if (target == kTargetLocal) {
         if (localScopes.size() <= localScopeBase) {
-            localScopes.emplace_back();
+            pushScope(localScopes);
             localScopes.back().reserve(4);
         }
         setInScope(localScopes.back(), name, value);
     } else if (target == kTargetNative) {
         if (nativeScopes.empty()) {
-            nativeScopes.emplace_back();
+            pushScope(nativeScopes);
             nativeScopes.back().reserve(4);
         }
         setInScope(nativeScopes.back(), name, value);

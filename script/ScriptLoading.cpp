@@ -63,6 +63,7 @@ void OrvaneScript::runScript(const std::string& text) {
             executeParsedBlock(referenceLines, position, signal);
             if (signal == BlockSignal::Break) throw std::runtime_error("break used outside a loop");
         }
+        rethrowPendingCoroutineException();
     } catch (const std::exception& e) {
         if (std::string_view(e.what()).starts_with(kErrorPrefix)) throw;
         throwError(e.what(), nearToken.empty() ? std::string_view("script") : std::string_view(nearToken));

@@ -12,10 +12,10 @@ namespace orvane {
 struct LocalScopeGuard {
     // No room is reserved: most blocks declare nothing, and an empty scope costs no allocation.
     explicit LocalScopeGuard(OrvaneScript& s) : script(s), height(s.localScopes.size()), base(s.localScopeBase) {
-        script.localScopes.emplace_back();
+        script.pushScope(script.localScopes);
     }
     ~LocalScopeGuard() {
-        script.localScopes.resize(height);
+        script.popScopes(script.localScopes, height);
         script.localScopeBase = base;
     }
     OrvaneScript& script;
@@ -25,9 +25,9 @@ struct LocalScopeGuard {
 // A loop's native scope, holding its variables; dropped on every way out.
 struct LoopScopeGuard {
     LoopScopeGuard(OrvaneScript& s, Scope&& scope) : script(s), index(s.nativeScopes.size()) {
-        script.nativeScopes.push_back(std::move(scope));
+        script.pushScope(script.nativeScopes) = std::move(scope);
     }
-    ~LoopScopeGuard() { script.nativeScopes.resize(std::min(index, script.nativeScopes.size())); }
+    ~LoopScopeGuard() { script.popScopes(script.nativeScopes, index); }
     Scope& scope() { return script.nativeScopes[index]; }
     OrvaneScript& script;
     size_t index;
@@ -58,6 +58,7 @@ Variable OrvaneScript::executeParsedBlock(const std::vector<ParsedScriptLine>& l
     Variable running;
     signal = BlockSignal::None;
     while (position < lines.size()) {
+        rethrowPendingCoroutineException();
         if (shouldAbortForSoftRaisedError()) return Variable();
         const ParsedScriptLine& line = lines[position];
         currentLineNumber = line.lineNumber;
@@ -71,6 +72,7 @@ Variable OrvaneScript::executeParsedBlock(const std::vector<ParsedScriptLine>& l
         }
         if (isBlockCloser(line.kind)) return running;
         try {
+            CoroutineTurnGuard turn(*this);
             switch (line.kind) {
             case LineKind::If: running = executeIfChain(lines, position, signal); break;
             case LineKind::While: running = executeWhile(lines, position, signal); break;
