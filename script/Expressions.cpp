@@ -44,15 +44,6 @@ int binaryPrecedence(const std::string& t, char& op) {
     }
 }
 
-bool isStandaloneNotBoundary(const std::string& t) {
-    static const char* const boundaries[] = {")", "]", "}", ",", "+", "-", "*", "/", "\\", "%", "^", "<", ">",
-                                             "<=", ">=", "==", "!=", "~=", "&&", "||", "and", "or", "end",
-                                             "else", "elseif", "until", ""};
-    for (const char* b : boundaries)
-        if (t == b) return true;
-    return false;
-}
-
 bool isPrefixOperator(const std::string& t) { return t == "+" || t == "-" || t == "#" || t == "!" || t == "not"; }
 
 bool isStringLiteral(const std::string& t) {

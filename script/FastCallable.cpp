@@ -116,30 +116,8 @@ bool OrvaneScript::tryEvaluateFastCallableScalar(const ScriptCallable& callable,
 }
 
 Variable OrvaneScript::evaluateFastCallableReturn(const ScriptCallable& callable) {
-    const ParsedScriptLine& line = callable.body[callable.fastReturnLine];
-    const auto& tokens = line.tokens;
-    if (tokens.size() == 1) return Variable();
-    bool allCompiled = !line.returnValues.empty();
-    for (const FastExpression& value : line.returnValues) allCompiled = allCompiled && value.valid;
-    VariableArray values;
-    if (allCompiled) {
-        if (line.returnValues.size() == 1) return evaluateFastExpression(line.returnValues[0], tokens, line.analyses);
-        for (const FastExpression& value : line.returnValues) {
-            values.push_back(evaluateFastExpression(value, tokens, line.analyses));
-            if (shouldAbortForSoftRaisedError()) return Variable();
-        }
-        return Variable::makeMulti(std::move(values));
-    }
-    size_t pos = 1;
-    for (;;) {
-        values.push_back(evaluateExpression(tokens, pos, &line.analyses));
-        if (shouldAbortForSoftRaisedError()) return Variable();
-        if (pos >= tokens.size()) break;
-        if (tokens[pos] != ",") throwError("Unexpected token after return value", tokens[pos]);
-        ++pos;
-    }
-    if (values.size() == 1) return std::move(values[0]);
-    return Variable::makeMulti(std::move(values));
+    BlockSignal signal = BlockSignal::None;
+    return executeReturn(callable.body[callable.fastReturnLine], signal);
 }
 
 Variable OrvaneScript::callFastBody(const CallablePtr& function, const Variable* args, size_t count) {

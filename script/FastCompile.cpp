@@ -43,15 +43,6 @@ int32_t fastScalarToInt(const FastScalarValue& s) {
 
 namespace {
 
-bool isStandaloneNotBoundary(const std::string& t) {
-    static const char* const boundaries[] = {")", "]", "}", ",", "+", "-", "*", "/", "\\", "%", "^", "<", ">",
-                                             "<=", ">=", "==", "!=", "~=", "&&", "||", "and", "or", "end",
-                                             "else", "elseif", "until", ""};
-    for (const char* b : boundaries)
-        if (t == b) return true;
-    return false;
-}
-
 struct FastCompiler {
     const std::vector<std::string>& tokens;
     const std::vector<TokenAnalysis>& analyses;

@@ -183,6 +183,16 @@ bool prefersArrayStorage(const Variable& key) {
     return tryGetArrayIndex(key, index) && index > 0;
 }
 
+// The tokens behind which a lone `not` is the nil literal rather than a negation.
+bool isStandaloneNotBoundary(const std::string& t) {
+    static const char* const boundaries[] = {")", "]", "}", ",", "+", "-", "*", "/", "\\", "%", "^", "<", ">",
+                                             "<=", ">=", "==", "!=", "~=", "&&", "||", "and", "or", "end",
+                                             "else", "elseif", "until", ""};
+    for (const char* b : boundaries)
+        if (t == b) return true;
+    return false;
+}
+
 std::string decodeStringToken(const std::string& token) {
     if (token.size() < 2 || (token[0] != '"' && token[0] != '\'') || token.back() != token[0]) return token;
     std::string out;

@@ -16,5 +16,6 @@ std::string keyToString(const Variable& key);
 bool tryGetArrayIndex(const Variable& key, int32_t& out);
 bool prefersArrayStorage(const Variable& key);
 std::string decodeStringToken(const std::string& token);
+bool isStandaloneNotBoundary(const std::string& token);
 
 }  // namespace orvane

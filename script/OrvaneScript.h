@@ -414,6 +414,12 @@ private:
     Variable runGenericFor(const ParsedScriptLine& line, const BodyRunner& body, BlockSignal& signal);
     Variable iteratePairs(const std::vector<std::string>& names, const Variable& container, bool isPairs,
                           const BodyRunner& body, BlockSignal& signal);
+    using PairVisitor = std::function<bool(const Variable&, const Variable&)>;
+    using PairProducer = std::function<void(const PairVisitor&)>;
+    Variable runPairLoop(const std::vector<std::string>& names, const PairProducer& produce, const BodyRunner& body,
+                         BlockSignal& signal);
+    bool tryLazyIpairs(const ParsedScriptLine& line, const std::vector<std::string>& names, const BodyRunner& body,
+                       BlockSignal& signal, Variable& result);
     CallablePtr readFunctionDeclaration(const ParsedScriptLine& line, std::vector<Variable>& keys, size_t& nameToken,
                                         uint8_t& target);
     void storeFunction(const ParsedScriptLine& line, size_t nameToken, const std::vector<Variable>& keys,

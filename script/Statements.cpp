@@ -2,6 +2,7 @@
 // blocks are plain recursive calls over the same vector.
 #include <algorithm>
 
+#include "script/LuaPatterns.h"
 #include "script/Operations.h"
 #include "script/OrvaneScript.h"
 
@@ -372,6 +373,10 @@ Variable OrvaneScript::runGenericFor(const ParsedScriptLine& line, const BodyRun
         if (function && function->isNative &&
             (function->builtinId == kBuiltinPairs || function->builtinId == kBuiltinIpairs)) {
             bool isPairs = function->builtinId == kBuiltinPairs;
+            Variable lazyResult;
+            if (!isPairs && line.forIteratorBuiltin != 0 && line.forIterator.valid &&
+                tryLazyIpairs(line, names, body, signal, lazyResult))
+                return lazyResult;
             Variable container;
             bool direct;
             if (line.forIteratorBuiltin != 0 && line.forIterator.valid) {
@@ -430,8 +435,10 @@ Variable OrvaneScript::runGenericFor(const ParsedScriptLine& line, const BodyRun
     return Variable();
 }
 
-Variable OrvaneScript::iteratePairs(const std::vector<std::string>& names, const Variable& container, bool isPairs,
-                                    const BodyRunner& body, BlockSignal& signal) {
+// Binds each pair that `produce` hands over to the loop's names and runs the body, until the
+// body ends the loop or the pairs run out.
+Variable OrvaneScript::runPairLoop(const std::vector<std::string>& names, const PairProducer& produce,
+                                   const BodyRunner& body, BlockSignal& signal) {
     Scope scope;
     scope.reserve(std::max<size_t>(names.size(), 4));
     for (const std::string& name : names) {
@@ -440,8 +447,7 @@ Variable OrvaneScript::iteratePairs(const std::vector<std::string>& names, const
     }
     LoopScopeGuard loop(*this, std::move(scope));
     Variable result;
-    // Binds one key/value pair and runs the body; false ends the loop.
-    auto visit = [&](const Variable& key, const Variable& value) {
+    produce([&](const Variable& key, const Variable& value) {
         Scope& s = loop.scope();
         if (names.size() == 1) {
             s[0].value = Variable(VariableArray{key, value});
@@ -459,36 +465,130 @@ Variable OrvaneScript::iteratePairs(const std::vector<std::string>& names, const
             return false;
         }
         return inner != BlockSignal::Break;
-    };
-    if (container.type == VarType::Array) {
-        ArrayPtr items = container.asArray();
-        for (size_t i = 0; i < items->size(); ++i) {
-            Variable element = (*items)[i];
-            if (!visit(Variable(int32_t(i + 1)), element)) break;
-        }
-    } else if (container.type == VarType::Table && isPairs) {
-        TablePtr table = container.asTable();
-        std::vector<std::string> keys = getIterationTableKeys(table);
-        VariableArray keyValues = getIterationTableKeyValues(table);
-        for (size_t i = 0; i < keys.size(); ++i) {
-            auto it = table->find(keys[i]);
-            Variable value = it == table->end() ? Variable() : it->second;
-            if (!visit(keyValues[i], value)) break;
-        }
-    } else if (container.type == VarType::Table) {
-        TablePtr table = container.asTable();
-        int32_t length = numericTableLength(table);
-        for (int32_t i = 1; i <= length; ++i) {
-            auto it = table->find(std::to_string(i));
-            Variable value = it == table->end() ? Variable() : it->second;
-            if (!visit(Variable(i), value)) break;
-        }
-    } else {
-        throw std::runtime_error(isPairs ? "pairs(container) expects an array or table"
-                                         : "ipairs(container) expects an array or table");
-    }
+    });
     if (shouldAbortForSoftRaisedError()) return Variable();
     return result;
+}
+
+// ipairs over string.gmatch(...) or string.byte(...) walks the string itself: no array of all
+// results is built, and a `break` stops the scan. The results equal those of the array.
+bool OrvaneScript::tryLazyIpairs(const ParsedScriptLine& line, const std::vector<std::string>& names,
+                                 const BodyRunner& body, BlockSignal& signal, Variable& result) {
+    const FastExpression& e = line.forIterator;
+    const FastExprNode& call = e.nodes[size_t(e.root)];
+    if (call.kind != FastExprNodeKind::Call) return false;
+    const FastExprNode& callee = e.nodes[size_t(call.left)];
+    const Variable* function = nullptr;
+    if (callee.kind == FastExprNodeKind::Variable) {
+        function = resolveFast(line.tokens[callee.tokenIndex], line.analyses[callee.tokenIndex]);
+    } else if (callee.kind == FastExprNodeKind::Index && e.nodes[size_t(callee.left)].kind == FastExprNodeKind::Variable &&
+               e.nodes[size_t(callee.right)].kind == FastExprNodeKind::String) {
+        const FastExprNode& table = e.nodes[size_t(callee.left)];
+        const Variable* t = resolveFast(line.tokens[table.tokenIndex], line.analyses[table.tokenIndex]);
+        if (t && t->type == VarType::Table) {
+            auto it = t->asTable()->find(e.strings[e.nodes[size_t(callee.right)].stringIndex]);
+            if (it != t->asTable()->end()) function = &it->second;
+        }
+    }
+    if (!function || function->type != VarType::Function || !function->asCallable() || !function->asCallable()->isNative)
+        return false;
+    uint8_t id = function->asCallable()->builtinId;
+    size_t count = size_t(call.intValue);
+    if ((id != kBuiltinStringGmatch && id != kBuiltinStringByte) || count > 8) return false;
+    Variable args[8];
+    for (size_t i = 0; i < count; ++i) {
+        args[i] = evaluateFastExpressionNode(e, e.callArgs[size_t(call.right) + i], line.tokens, line.analyses);
+        if (shouldAbortForSoftRaisedError()) {
+            result = Variable();
+            return true;
+        }
+    }
+    // Errors name the call's closing parenthesis, as the call itself would.
+    noteTokenRead(line.tokens[call.errorToken]);
+    if (id == kBuiltinStringGmatch) {
+        if (count != 2 || args[0].type != VarType::String || args[1].type != VarType::String)
+            throw std::runtime_error("string['gmatch'](s, pattern) requires a string and a pattern");
+        const std::string& subject = args[0].asString();
+        const std::string& pattern = args[1].asString();
+        result = runPairLoop(names, [&](const PairVisitor& visit) {
+            int32_t counter = 0;
+            if (pattern == "%d+") {
+                size_t start, end;
+                for (size_t from = 0; scanDigitRun(subject, from, start, end); from = end)
+                    if (!visit(Variable(++counter), Variable(subject.substr(start, end - start)))) return;
+                return;
+            }
+            const CompiledGsubPattern& compiled = getCachedGsubPattern(pattern);
+            PatternMatches matches;
+            searchAllMatches(compiled, subject, matches);
+            auto text = [&](size_t match, size_t group) {
+                int64_t start = matches.start(match, group);
+                if (start < 0) return Variable();
+                return Variable(subject.substr(size_t(start), size_t(matches.end(match, group) - start)));
+            };
+            for (size_t m = 0; m < matches.count(); ++m) {
+                Variable capture;
+                if (compiled.groupCount == 0) {
+                    capture = text(m, 0);
+                } else if (compiled.groupCount == 1) {
+                    capture = text(m, 1);
+                } else {
+                    VariableArray groups;
+                    for (size_t g = 1; g <= compiled.groupCount; ++g) groups.push_back(text(m, g));
+                    capture = Variable(std::move(groups));
+                }
+                if (!visit(Variable(++counter), capture)) return;
+            }
+        }, body, signal);
+        return true;
+    }
+    if (count < 1 || args[0].type != VarType::String) throw std::runtime_error("string['byte'](s[, i[, j]]) requires a string");
+    const std::string& subject = args[0].asString();
+    int64_t length = int64_t(subject.size());
+    int64_t first = count > 1 ? toInt(args[1]) : 1;
+    int64_t last = count > 2 ? toInt(args[2]) : first;
+    if (first < 0) first = length + first + 1;
+    if (last < 0) last = length + last + 1;
+    first = std::max<int64_t>(first, 1);
+    last = std::min(last, length);
+    result = runPairLoop(names, [&](const PairVisitor& visit) {
+        if (length == 0 || first > last || first > length) return;
+        int32_t counter = 0;
+        for (int64_t i = first; i <= last; ++i)
+            if (!visit(Variable(++counter), Variable(int32_t(static_cast<unsigned char>(subject[size_t(i - 1)]))))) return;
+    }, body, signal);
+    return true;
+}
+
+Variable OrvaneScript::iteratePairs(const std::vector<std::string>& names, const Variable& container, bool isPairs,
+                                    const BodyRunner& body, BlockSignal& signal) {
+    if (container.type != VarType::Array && container.type != VarType::Table)
+        throw std::runtime_error(isPairs ? "pairs(container) expects an array or table"
+                                         : "ipairs(container) expects an array or table");
+    return runPairLoop(names, [&](const PairVisitor& visit) {
+        if (container.type == VarType::Array) {
+            ArrayPtr items = container.asArray();
+            for (size_t i = 0; i < items->size(); ++i) {
+                Variable element = (*items)[i];
+                if (!visit(Variable(int32_t(i + 1)), element)) return;
+            }
+        } else if (isPairs) {
+            TablePtr table = container.asTable();
+            std::vector<std::string> keys = getIterationTableKeys(table);
+            VariableArray keyValues = getIterationTableKeyValues(table);
+            for (size_t i = 0; i < keys.size(); ++i) {
+                auto it = table->find(keys[i]);
+                if (!visit(keyValues[i], it == table->end() ? Variable() : it->second)) return;
+            }
+        } else {
+            TablePtr table = container.asTable();
+            int32_t length = numericTableLength(table);
+            for (int32_t i = 1; i <= length; ++i) {
+                auto it = table->find(std::to_string(i));
+                if (!visit(Variable(i), it == table->end() ? Variable() : it->second)) return;
+            }
+        }
+    }, body, signal);
 }
 
 // Reads a function declaration line: target, index values, parameters. The caller gives the body.
