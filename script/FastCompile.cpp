@@ -10,36 +10,7 @@
 
 namespace orvane {
 
-bool fastScalarIsNumeric(const FastScalarValue& s) {
-    return s.kind == FastScalarValue::Int || s.kind == FastScalarValue::Float || s.kind == FastScalarValue::Bool;
-}
-
-bool fastScalarIsTruthy(const FastScalarValue& s) {
-    switch (s.kind) {
-    case FastScalarValue::Int: return s.intValue != 0;
-    case FastScalarValue::Float: return s.floatValue != 0.0f;
-    case FastScalarValue::Bool: return s.boolValue;
-    default: return false;
-    }
-}
-
-double fastScalarToDouble(const FastScalarValue& s) {
-    switch (s.kind) {
-    case FastScalarValue::Int: return double(s.intValue);
-    case FastScalarValue::Float: return double(s.floatValue);
-    case FastScalarValue::Bool: return s.boolValue ? 1.0 : 0.0;
-    default: throw std::runtime_error("Expected a numeric value");
-    }
-}
-
-int32_t fastScalarToInt(const FastScalarValue& s) {
-    switch (s.kind) {
-    case FastScalarValue::Int: return s.intValue;
-    case FastScalarValue::Float: return saturatingInt(double(s.floatValue));
-    case FastScalarValue::Bool: return s.boolValue ? 1 : 0;
-    default: throw std::runtime_error("Expected a numeric value");
-    }
-}
+void throwExpectedNumeric() { throw std::runtime_error("Expected a numeric value"); }
 
 namespace {
 

@@ -317,13 +317,7 @@ bool OrvaneScript::tryEvaluateFastExpressionScalarNode(const FastExpression& e, 
         return true;
     }
     case Kind::Add: case Kind::Sub: case Kind::Mul: case Kind::Mod: {
-        if (!mayFloat(e, n)) {
-            int32_t i;
-            if (tryEvaluateFastExpressionIntNode(e, n, tokens, analyses, i)) {
-                out = FastScalarValue::makeInt(i);
-                return true;
-            }
-        }
+        // Both sides once as scalars: two integers give the integer evaluator's answer.
         FastScalarValue a, b;
         if (!tryEvaluateFastExpressionScalarNode(e, node.left, tokens, analyses, a)) return false;
         if (!tryEvaluateFastExpressionScalarNode(e, node.right, tokens, analyses, b)) return false;
@@ -393,84 +387,91 @@ bool OrvaneScript::tryEvaluateFastExpressionScalarNode(const FastExpression& e, 
         else out = FastScalarValue::makeInt(wrap(-int64_t(fastScalarToInt(v))));
         return true;
     }
-    case Kind::Index: {
-        const FastExprNode& base = nodeAt(e, node.left);
-        const FastExprNode& key = nodeAt(e, node.right);
-        const Variable* basePtr = nullptr;
-        Variable baseValue;
-        if (base.kind == Kind::Variable) {
-            basePtr = resolveFast(tokens[base.tokenIndex], analyses[base.tokenIndex]);
-            if (!basePtr) return false;
-        } else {
-            if (hasCall(e, node.left)) return false;
-            baseValue = evaluateFastExpressionNode(e, node.left, tokens, analyses);
-            basePtr = &baseValue;
-        }
-        if (key.kind == Kind::String && basePtr->type == VarType::Table) {
-            const VariableTable& table = *basePtr->asTable();
-            auto it = table.find(e.strings[key.stringIndex]);
-            if (it == table.end()) {
-                out = FastScalarValue::makeNil();
-                return true;
-            }
-            return scalarFromVariable(it->second, out);
-        }
-        FastScalarValue keyScalar;
-        Variable keyValue;
-        if (tryEvaluateFastExpressionScalarNode(e, node.right, tokens, analyses, keyScalar)) {
-            keyValue = scalarToVariable(keyScalar);
-        } else {
-            if (hasCall(e, node.right)) return false;
-            keyValue = evaluateFastExpressionNode(e, node.right, tokens, analyses);
-        }
-        return tryFastScalarFromIndexedValue(*basePtr, keyValue, out);
-    }
-    case Kind::Call: {
-        // Only natives without effects are run here, so that a refusal never repeats a call.
-        const FastExprNode& callee = nodeAt(e, node.left);
-        const Variable* function = nullptr;
-        if (callee.kind == Kind::Variable) {
-            function = resolveFast(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
-        } else if (callee.kind == Kind::Index && nodeAt(e, callee.left).kind == Kind::Variable &&
-                   nodeAt(e, callee.right).kind == Kind::String) {
-            const FastExprNode& table = nodeAt(e, callee.left);
-            const Variable* t = resolveFast(tokens[table.tokenIndex], analyses[table.tokenIndex]);
-            if (t && t->type == VarType::Table) {
-                auto it = t->asTable()->find(e.strings[nodeAt(e, callee.right).stringIndex]);
-                if (it != t->asTable()->end()) function = &it->second;
-            }
-        }
-        if (!function || function->type != VarType::Function || !function->asCallable() ||
-            !function->asCallable()->isNative)
-            return false;
-        uint8_t id = function->asCallable()->builtinId;
-        size_t count = size_t(node.intValue);
-        if (size_t(node.right) + count > e.callArgs.size()) return false;
-        const int32_t* argNodes = e.callArgs.data() + node.right;
-        bool scalarAnswered = id == kBuiltinGetTimeMs || (id >= kBuiltinMathFloor && id <= kBuiltinMathSqrt);
-        bool dispatched = id == kBuiltinToNumber || id == kBuiltinLen || id == kBuiltinStringLen ||
-                          id == kBuiltinStringByte || id == kBuiltinUtf8Len;
-        if (!scalarAnswered && !dispatched) return false;
-        if (count > 8) return false;
-        Variable args[8];
-        if (scalarAnswered) {
-            for (size_t i = 0; i < count; ++i) {
-                FastScalarValue s;
-                if (!tryEvaluateFastExpressionScalarNode(e, argNodes[i], tokens, analyses, s)) return false;
-                args[i] = scalarToVariable(s);
-            }
-        } else {
-            for (size_t i = 0; i < count; ++i)
-                if (hasCall(e, argNodes[i])) return false;
-            for (size_t i = 0; i < count; ++i) args[i] = evaluateFastExpressionNode(e, argNodes[i], tokens, analyses);
-        }
-        return tryEvaluateNativeBuiltinScalar(id, args, count, out);
-    }
+    case Kind::Index: return tryScalarIndex(e, node, tokens, analyses, out);
+    case Kind::Call: return tryScalarCall(e, node, tokens, analyses, out);
     default: return false;
     }
 } catch (const std::exception&) {
     noteFastErrorToken(tokens, e, n);
     throw;
+}
+
+// Kept out of the scalar evaluator's own frame, which stays small for the arithmetic nodes.
+bool OrvaneScript::tryScalarIndex(const FastExpression& e, const FastExprNode& node, const Tokens& tokens,
+                                  Analyses& analyses, FastScalarValue& out) {
+    const FastExprNode& base = nodeAt(e, node.left);
+    const FastExprNode& key = nodeAt(e, node.right);
+    const Variable* basePtr = nullptr;
+    Variable baseValue;
+    if (base.kind == Kind::Variable) {
+        basePtr = resolveFast(tokens[base.tokenIndex], analyses[base.tokenIndex]);
+        if (!basePtr) return false;
+    } else {
+        if (hasCall(e, node.left)) return false;
+        baseValue = evaluateFastExpressionNode(e, node.left, tokens, analyses);
+        basePtr = &baseValue;
+    }
+    if (key.kind == Kind::String && basePtr->type == VarType::Table) {
+        const VariableTable& table = *basePtr->asTable();
+        auto it = table.find(e.strings[key.stringIndex]);
+        if (it == table.end()) {
+            out = FastScalarValue::makeNil();
+            return true;
+        }
+        return scalarFromVariable(it->second, out);
+    }
+    FastScalarValue keyScalar;
+    Variable keyValue;
+    if (tryEvaluateFastExpressionScalarNode(e, node.right, tokens, analyses, keyScalar)) {
+        keyValue = scalarToVariable(keyScalar);
+    } else {
+        if (hasCall(e, node.right)) return false;
+        keyValue = evaluateFastExpressionNode(e, node.right, tokens, analyses);
+    }
+    return tryFastScalarFromIndexedValue(*basePtr, keyValue, out);
+}
+
+bool OrvaneScript::tryScalarCall(const FastExpression& e, const FastExprNode& node, const Tokens& tokens,
+                                 Analyses& analyses, FastScalarValue& out) {
+    // Only natives without effects are run here, so that a refusal never repeats a call.
+    const FastExprNode& callee = nodeAt(e, node.left);
+    const Variable* function = nullptr;
+    if (callee.kind == Kind::Variable) {
+        function = resolveFast(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
+    } else if (callee.kind == Kind::Index && nodeAt(e, callee.left).kind == Kind::Variable &&
+               nodeAt(e, callee.right).kind == Kind::String) {
+        const FastExprNode& table = nodeAt(e, callee.left);
+        const Variable* t = resolveFast(tokens[table.tokenIndex], analyses[table.tokenIndex]);
+        if (t && t->type == VarType::Table) {
+            auto it = t->asTable()->find(e.strings[nodeAt(e, callee.right).stringIndex]);
+            if (it != t->asTable()->end()) function = &it->second;
+        }
+    }
+    if (!function || function->type != VarType::Function || !function->asCallable() ||
+        !function->asCallable()->isNative)
+        return false;
+    uint8_t id = function->asCallable()->builtinId;
+    size_t count = size_t(node.intValue);
+    if (size_t(node.right) + count > e.callArgs.size()) return false;
+    const int32_t* argNodes = e.callArgs.data() + node.right;
+    bool scalarAnswered = id == kBuiltinGetTimeMs || (id >= kBuiltinMathFloor && id <= kBuiltinMathSqrt);
+    bool dispatched = id == kBuiltinToNumber || id == kBuiltinLen || id == kBuiltinStringLen ||
+                      id == kBuiltinStringByte || id == kBuiltinUtf8Len;
+    if (!scalarAnswered && !dispatched) return false;
+    if (count > 8) return false;
+    Variable args[8];
+    if (scalarAnswered) {
+        for (size_t i = 0; i < count; ++i) {
+            FastScalarValue s;
+            if (!tryEvaluateFastExpressionScalarNode(e, argNodes[i], tokens, analyses, s)) return false;
+            args[i] = scalarToVariable(s);
+        }
+    } else {
+        for (size_t i = 0; i < count; ++i)
+            if (hasCall(e, argNodes[i])) return false;
+        for (size_t i = 0; i < count; ++i) args[i] = evaluateFastExpressionNode(e, argNodes[i], tokens, analyses);
+    }
+    return tryEvaluateNativeBuiltinScalar(id, args, count, out);
 }
 
 bool OrvaneScript::tryEvaluateNativeBuiltinScalar(uint8_t id, const Variable* args, size_t count, FastScalarValue& out) {

@@ -62,10 +62,40 @@ struct FastScalarValue {
     static FastScalarValue makeBool(bool v) { FastScalarValue s; s.kind = Bool; s.boolValue = v; return s; }
 };
 
-bool fastScalarIsNumeric(const FastScalarValue& s);
-bool fastScalarIsTruthy(const FastScalarValue& s);
-double fastScalarToDouble(const FastScalarValue& s);
-int32_t fastScalarToInt(const FastScalarValue& s);
+[[noreturn]] void throwExpectedNumeric();
+int32_t saturatingInt(double d);
+
+// Inline: these run on every operand of the scalar evaluator.
+inline bool fastScalarIsNumeric(const FastScalarValue& s) {
+    return s.kind == FastScalarValue::Int || s.kind == FastScalarValue::Float || s.kind == FastScalarValue::Bool;
+}
+
+inline bool fastScalarIsTruthy(const FastScalarValue& s) {
+    switch (s.kind) {
+    case FastScalarValue::Int: return s.intValue != 0;
+    case FastScalarValue::Float: return s.floatValue != 0.0f;
+    case FastScalarValue::Bool: return s.boolValue;
+    default: return false;
+    }
+}
+
+inline double fastScalarToDouble(const FastScalarValue& s) {
+    switch (s.kind) {
+    case FastScalarValue::Int: return double(s.intValue);
+    case FastScalarValue::Float: return double(s.floatValue);
+    case FastScalarValue::Bool: return s.boolValue ? 1.0 : 0.0;
+    default: throwExpectedNumeric();
+    }
+}
+
+inline int32_t fastScalarToInt(const FastScalarValue& s) {
+    switch (s.kind) {
+    case FastScalarValue::Int: return s.intValue;
+    case FastScalarValue::Float: return saturatingInt(double(s.floatValue));
+    case FastScalarValue::Bool: return s.boolValue ? 1 : 0;
+    default: throwExpectedNumeric();
+    }
+}
 
 struct Variable;
 Variable fastScalarToVariable(const FastScalarValue& s);

@@ -132,10 +132,18 @@ public:
     Variable* resolveFast(const std::string& name, TokenAnalysis& analysis) {
         if (analysis.scopeKind == kScopeKindGlobal && analysis.scopeSlot == shadowEpoch)
             return static_cast<Variable*>(const_cast<void*>(analysis.scopePtr));
+        if (analysis.scopeKind == kScopeKindNative && localScopes.size() == localScopeBase && !fastCallable &&
+            !nativeScopes.empty()) {
+            Scope& scope = nativeScopes.back();
+            if (analysis.scopeSlot < scope.size() && scope[analysis.scopeSlot].name == name)
+                return &scope[analysis.scopeSlot].value;
+        }
         return resolveVariableFastPtr(name, analysis);
     }
     bool resolveVariableFast(const std::string& name, TokenAnalysis& analysis, Variable& out);
-    Variable* resolveExistingVariableFastMutable(const std::string& name, TokenAnalysis& analysis);
+    Variable* resolveExistingVariableFastMutable(const std::string& name, TokenAnalysis& analysis) {
+        return resolveFast(name, analysis);
+    }
     bool assignExistingVariable(const std::string& name, const Variable& value);
     bool assignExistingVariableFast(const std::string& name, TokenAnalysis& analysis, const Variable& value);
     void assignVariable(const std::string& name, const Variable& value, uint8_t target);
@@ -286,6 +294,10 @@ public:
                                     std::vector<TokenAnalysis>& analyses);
     bool appendFastStringConcatNode(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
                                     std::vector<TokenAnalysis>& analyses, std::string& text);
+    bool tryScalarIndex(const FastExpression& e, const FastExprNode& node, const std::vector<std::string>& tokens,
+                        std::vector<TokenAnalysis>& analyses, FastScalarValue& out);
+    bool tryScalarCall(const FastExpression& e, const FastExprNode& node, const std::vector<std::string>& tokens,
+                       std::vector<TokenAnalysis>& analyses, FastScalarValue& out);
     bool isFastStringConcat(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
                             std::vector<TokenAnalysis>& analyses);
     void appendConcatLeaves(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,

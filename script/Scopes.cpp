@@ -167,10 +167,6 @@ bool OrvaneScript::resolveVariableFast(const std::string& name, TokenAnalysis& a
     return true;
 }
 
-Variable* OrvaneScript::resolveExistingVariableFastMutable(const std::string& name, TokenAnalysis& analysis) {
-    return resolveVariableFastPtr(name, analysis);
-}
-
 bool OrvaneScript::assignExistingVariable(const std::string& name, const Variable& value) {
     Variable* v = resolveVariablePtr(name);
     if (!v) return false;
