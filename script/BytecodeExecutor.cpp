@@ -2,6 +2,7 @@
 // executeParsedBlock gives it; what is compiled away is the search for block ends.
 #include <stdexcept>
 
+#include "script/ArgumentBuffer.h"
 #include "script/Bytecode.h"
 #include "script/Operations.h"
 #include "script/OrvaneScript.h"
@@ -405,17 +406,12 @@ void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
     } else {
         const auto& argExpressions = line.singleCall.arguments;
         size_t count = argExpressions.size();
-        Variable inlineArgs[8];
-        std::vector<Variable> manyArgs;
-        Variable* args = inlineArgs;
-        if (count > 8) {
-            manyArgs.resize(count);
-            args = manyArgs.data();
-        }
+        ArgumentBuffer buffer(count);
         for (size_t i = 0; i < count; ++i) {
-            args[i] = evaluateFastExpression(argExpressions[i], tokens, analyses);
+            buffer.push(evaluateFastExpression(argExpressions[i], tokens, analyses));
             if (shouldAbortForSoftRaisedError()) return;
         }
+        Variable* args = buffer.data();
         Variable callee;
         resolveVariableFast(tokens[line.singleCall.nameToken], analyses[line.singleCall.nameToken], callee);
         if (callee.type == VarType::Function && callee.asCallable()) {

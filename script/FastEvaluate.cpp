@@ -3,6 +3,7 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "script/ArgumentBuffer.h"
 #include "script/Operations.h"
 #include "script/OrvaneScript.h"
 
@@ -459,19 +460,19 @@ bool OrvaneScript::tryScalarCall(const FastExpression& e, const FastExprNode& no
                       id == kBuiltinStringByte || id == kBuiltinUtf8Len;
     if (!scalarAnswered && !dispatched) return false;
     if (count > 8) return false;
-    Variable args[8];
+    ArgumentBuffer args(count);
     if (scalarAnswered) {
         for (size_t i = 0; i < count; ++i) {
             FastScalarValue s;
             if (!tryEvaluateFastExpressionScalarNode(e, argNodes[i], tokens, analyses, s)) return false;
-            args[i] = scalarToVariable(s);
+            args.push(scalarToVariable(s));
         }
     } else {
         for (size_t i = 0; i < count; ++i)
             if (hasCall(e, argNodes[i])) return false;
-        for (size_t i = 0; i < count; ++i) args[i] = evaluateFastExpressionNode(e, argNodes[i], tokens, analyses);
+        for (size_t i = 0; i < count; ++i) args.push(evaluateFastExpressionNode(e, argNodes[i], tokens, analyses));
     }
-    return tryEvaluateNativeBuiltinScalar(id, args, count, out);
+    return tryEvaluateNativeBuiltinScalar(id, args.data(), count, out);
 }
 
 bool OrvaneScript::tryEvaluateNativeBuiltinScalar(uint8_t id, const Variable* args, size_t count, FastScalarValue& out) {
@@ -698,17 +699,12 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
         size_t count = size_t(node.intValue);
         if (size_t(node.right) + count > e.callArgs.size()) throw std::runtime_error("Invalid fast call argument range");
         const int32_t* argNodes = e.callArgs.data() + node.right;
-        Variable inlineArgs[8];
-        std::vector<Variable> manyArgs;
-        Variable* args = inlineArgs;
-        if (count > 8) {
-            manyArgs.resize(count);
-            args = manyArgs.data();
-        }
+        ArgumentBuffer buffer(count);
         for (size_t i = 0; i < count; ++i) {
-            args[i] = eval(argNodes[i]);
+            buffer.push(eval(argNodes[i]));
             if (shouldAbortForSoftRaisedError()) return Variable();
         }
+        Variable* args = buffer.data();
         const FastExprNode& callee = nodeAt(e, node.left);
         if (callee.kind == Kind::Index && nodeAt(e, callee.left).kind == Kind::Variable &&
             nodeAt(e, callee.right).kind == Kind::String) {

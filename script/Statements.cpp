@@ -2,6 +2,7 @@
 // blocks are plain recursive calls over the same vector.
 #include <algorithm>
 
+#include "script/ArgumentBuffer.h"
 #include "script/LuaPatterns.h"
 #include "script/Operations.h"
 #include "script/OrvaneScript.h"
@@ -495,14 +496,15 @@ bool OrvaneScript::tryLazyIpairs(const ParsedScriptLine& line, const std::vector
     uint8_t id = function->asCallable()->builtinId;
     size_t count = size_t(call.intValue);
     if ((id != kBuiltinStringGmatch && id != kBuiltinStringByte) || count > 8) return false;
-    Variable args[8];
+    ArgumentBuffer buffer(count);
     for (size_t i = 0; i < count; ++i) {
-        args[i] = evaluateFastExpressionNode(e, e.callArgs[size_t(call.right) + i], line.tokens, line.analyses);
+        buffer.push(evaluateFastExpressionNode(e, e.callArgs[size_t(call.right) + i], line.tokens, line.analyses));
         if (shouldAbortForSoftRaisedError()) {
             result = Variable();
             return true;
         }
     }
+    Variable* args = buffer.data();
     // Errors name the call's closing parenthesis, as the call itself would.
     noteTokenRead(line.tokens[call.errorToken]);
     if (id == kBuiltinStringGmatch) {
