@@ -58,6 +58,22 @@ inline bool write_bytes(std::FILE* file, const void* data, size_t size) {
 // Closes a file that a writer opened; a failed close fails the write.
 inline bool close_written_file(std::FILE* file, bool ok) { return std::fclose(file) == 0 && ok; }
 
+// RGBA rows from the top, written as BGRA: the pixel order of the BMP and TGA writers.
+inline bool write_bgra_rows(std::FILE* file, const uint8_t* pixels, uint32_t width, uint32_t height) {
+    std::vector<uint8_t> row(size_t(width) * 4);
+    for (uint32_t y = 0; y < height; ++y) {
+        const uint8_t* in = pixels + size_t(y) * width * 4;
+        for (size_t x = 0; x < width; ++x) {
+            row[x * 4] = in[x * 4 + 2];
+            row[x * 4 + 1] = in[x * 4 + 1];
+            row[x * 4 + 2] = in[x * 4];
+            row[x * 4 + 3] = in[x * 4 + 3];
+        }
+        if (!write_bytes(file, row.data(), row.size())) return false;
+    }
+    return true;
+}
+
 // A canvas that the file's pixel data may cover only in part (an APNG whose frames replace the
 // default image, a REI file) is refused when it is far larger than the data could describe: a
 // few dozen bytes must not make us allocate gigabytes. The bound: 64 MiB of RGBA, or 4128 bytes

@@ -164,17 +164,7 @@ bool save_tga_rgba8_file_impl(const char* path, const uint8_t* pixels, uint32_t 
     std::FILE* file = std::fopen(path, "wb");
     if (!file) return false;
     bool ok = write_bytes(file, header, sizeof header);
-    std::vector<uint8_t> row(size_t(width) * 4);
-    for (uint32_t y = 0; y < height && ok; ++y) {
-        const uint8_t* in = pixels + size_t(y) * width * 4;
-        for (size_t x = 0; x < width; ++x) {
-            row[x * 4] = in[x * 4 + 2];
-            row[x * 4 + 1] = in[x * 4 + 1];
-            row[x * 4 + 2] = in[x * 4];
-            row[x * 4 + 3] = in[x * 4 + 3];
-        }
-        ok = write_bytes(file, row.data(), row.size());
-    }
+    ok = ok && write_bgra_rows(file, pixels, width, height);
     ok = ok && write_bytes(file, footer, sizeof footer);
     return close_written_file(file, ok);
 }

@@ -2,6 +2,7 @@
 // and side tables. Everything that follows from the tokens (analyses, kinds, block links,
 // assignment shapes, compiled expressions) is prepared again on reading, so the file has no tie
 // to the memory layout of those structures.
+#include <algorithm>
 #include <fstream>
 #include <stdexcept>
 
@@ -264,9 +265,15 @@ BytecodeProgram OrvaneScript::loadBytecode(const std::string& path) {
     std::streamoff size = in.tellg();
     if (size < 0) throw std::runtime_error("Failed to size bytecode file: " + path);
     in.seekg(0, std::ios::beg);
-    std::vector<uint8_t> bytes(static_cast<size_t>(size));
-    if (size > 0 && !in.read(reinterpret_cast<char*>(bytes.data()), size))
-        throw std::runtime_error("Invalid bytecode file (truncated data): " + path);
+    // Grown as bytes arrive: a directory, for one, claims an enormous size and gives nothing.
+    std::vector<uint8_t> bytes;
+    char buffer[1 << 16];
+    while (bytes.size() < uint64_t(size)) {
+        in.read(buffer, std::streamsize(std::min<uint64_t>(sizeof buffer, uint64_t(size) - bytes.size())));
+        std::streamsize got = in.gcount();
+        if (got <= 0) throw std::runtime_error("Invalid bytecode file (truncated data): " + path);
+        bytes.insert(bytes.end(), buffer, buffer + got);
+    }
     return deserializeBytecode(bytes, path);
 }
 

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iostream>
 #include <new>
+#include <random>
 #include <sstream>
 
 #include "host/HostModules.h"
@@ -311,6 +312,18 @@ TEST(BytecodeFile, FlippedBytesAreReadOrRefusedCleanly) {
     EXPECT_GT(refused, 0u);
 }
 
+TEST(BytecodeFile, RandomDamageIsReadOrRefusedCleanly) {
+    std::vector<uint8_t> bytes = smallFile();
+    std::mt19937 random(7);
+    for (int round = 0; round < 3000; ++round) {
+        std::vector<uint8_t> damaged = bytes;
+        int changes = 1 + int(random() % 6);
+        for (int i = 0; i < changes; ++i) damaged[random() % damaged.size()] = uint8_t(random());
+        if (random() % 4 == 0) damaged.resize(random() % damaged.size());
+        readOutcome(damaged);  // anything but a runtime_error fails the test
+    }
+}
+
 TEST(BytecodeFile, LengthFieldsCannotOutgrowTheFile) {
     auto hostile = [](const Bytes& b) {
         watchingAllocations = true;
@@ -381,6 +394,12 @@ TEST(BytecodeFile, FilesOnDisk) {
         ADD_FAILURE() << "missing file read";
     } catch (const std::runtime_error& e) {
         EXPECT_EQ(std::string(e.what()), "Failed to open bytecode file for reading: " + missing);
+    }
+    try {
+        engine.loadBytecode(dir.string());
+        ADD_FAILURE() << "a folder read";
+    } catch (const std::runtime_error& e) {
+        EXPECT_EQ(std::string(e.what()), "Invalid bytecode file (truncated data): " + dir.string());
     }
     std::string unwritable = (dir / "no-such-dir" / "x.osbc").string();
     try {
