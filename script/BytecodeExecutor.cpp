@@ -387,21 +387,18 @@ void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
     FastScalarValue scalar;
     bool isScalar = false;
     char op = line.assignOperatorIndex < tokens.size() ? tokens[line.assignOperatorIndex][0] : '=';
-    if (!line.singleCall.valid && line.scopeTarget == kTargetPlain &&
-        tryEvaluateFastExpressionScalar(line.singleValue, tokens, analyses, scalar)) {
-        // The hot shape: a number into an existing variable, with no Variable built.
-        Variable* slot = resolveExistingVariableFastMutable(name, analysis);
-        if (slot && op == '=') {
-            assignFastScalarToVariable(*slot, scalar);
-            return;
-        }
-        if (slot && tryApplyFastScalarOperationInPlace(*slot, op, scalar)) return;
-        isScalar = true;
-    }
     Variable value;
-    if (isScalar) {
-    } else if (!line.singleCall.valid) {
+    if (!line.singleCall.valid) {
         isScalar = tryEvaluateFastExpressionScalar(line.singleValue, tokens, analyses, scalar);
+        if (isScalar && line.scopeTarget == kTargetPlain) {
+            // The hot shape: a number into an existing variable, with no Variable built.
+            Variable* slot = resolveExistingVariableFastMutable(name, analysis);
+            if (slot && op == '=') {
+                assignFastScalarToVariable(*slot, scalar);
+                return;
+            }
+            if (slot && tryApplyFastScalarOperationInPlace(*slot, op, scalar)) return;
+        }
         if (!isScalar) value = evaluateFastExpressionNode(line.singleValue, line.singleValue.root, tokens, analyses);
     } else {
         const auto& argExpressions = line.singleCall.arguments;
