@@ -303,33 +303,6 @@ struct CoroutineStepper {
         s.pushCoroutineBlockFrame(state, frame->bodyStart, frame->bodyEnd);
     }
 
-    // Loop names and the position of the iterator, as the other routes read them.
-    size_t loopNames(const ParsedScriptLine& line, std::vector<std::string>& names) {
-        const auto& tokens = line.tokens;
-        if (!line.forVariables.empty()) {
-            for (uint64_t index : line.forVariables) {
-                if (index >= tokens.size()) throw std::runtime_error("Compiled generic-for variable index out of range");
-                names.push_back(tokens[index]);
-            }
-            return size_t(line.forVariables.back()) + 2;
-        }
-        // A line with no name at all fails at the first token, as on the other routes.
-        size_t pos = 1;
-        for (;;) {
-            if (pos >= tokens.size() || !isIdentifier(tokens[pos]))
-                s.throwError("Expected loop variable name", pos < tokens.size() ? tokens[pos] : "EOF");
-            names.push_back(tokens[pos++]);
-            if (pos < tokens.size() && tokens[pos] == ",") {
-                ++pos;
-                continue;
-            }
-            break;
-        }
-        if (pos >= tokens.size() || tokens[pos] != "in")
-            s.throwError("Expected 'in' in generic for loop", pos < tokens.size() ? tokens[pos] : "EOF");
-        return pos + 1;
-    }
-
     // A key and a value bound by the loop rule: one name gets a new pair, more get both.
     static VariableArray pairRow(size_t nameCount, const Variable& key, const Variable& value) {
         if (nameCount == 1) return VariableArray{Variable(VariableArray{key, value})};
@@ -340,7 +313,7 @@ struct CoroutineStepper {
     // flow's changes. False on a soft error.
     bool genericRows(const ParsedScriptLine& line, CoroutineFrame& frame) {
         const auto& tokens = line.tokens;
-        size_t pos = loopNames(line, frame.names);
+        size_t pos = s.readLoopNames(line, frame.names);
         size_t nameCount = frame.names.size();
         if (line.forIteratorBuiltin == kBuiltinPairs || line.forIteratorBuiltin == kBuiltinIpairs) {
             bool isPairs = line.forIteratorBuiltin == kBuiltinPairs;

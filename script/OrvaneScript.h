@@ -424,6 +424,8 @@ private:
     Variable runNumericFor(const ParsedScriptLine& line, int32_t first, int32_t last, int32_t step,
                            const BodyRunner& body, BlockSignal& signal);
     Variable runGenericFor(const ParsedScriptLine& line, const BodyRunner& body, BlockSignal& signal);
+    // The names of a generic for; gives the position of its iterator expression.
+    size_t readLoopNames(const ParsedScriptLine& line, std::vector<std::string>& names);
     Variable iteratePairs(const std::vector<std::string>& names, const Variable& container, bool isPairs,
                           const BodyRunner& body, BlockSignal& signal);
     using PairVisitor = std::function<bool(const Variable&, const Variable&)>;

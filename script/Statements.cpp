@@ -336,7 +336,7 @@ Variable OrvaneScript::runNumericFor(const ParsedScriptLine& line, int32_t first
 }
 
 // The names of a generic for and the position of its iterator expression.
-static size_t readLoopNames(OrvaneScript& script, const ParsedScriptLine& line, std::vector<std::string>& names) {
+size_t OrvaneScript::readLoopNames(const ParsedScriptLine& line, std::vector<std::string>& names) {
     const auto& tokens = line.tokens;
     if (!line.forVariables.empty()) {
         for (uint64_t index : line.forVariables) {
@@ -348,7 +348,7 @@ static size_t readLoopNames(OrvaneScript& script, const ParsedScriptLine& line, 
     size_t pos = 1;
     for (;;) {
         if (pos >= tokens.size() || !isIdentifier(tokens[pos]))
-            script.throwError("Expected loop variable name", pos < tokens.size() ? tokens[pos] : "EOF");
+            throwError("Expected loop variable name", pos < tokens.size() ? tokens[pos] : "EOF");
         names.push_back(tokens[pos++]);
         if (pos < tokens.size() && tokens[pos] == ",") {
             ++pos;
@@ -357,14 +357,14 @@ static size_t readLoopNames(OrvaneScript& script, const ParsedScriptLine& line, 
         break;
     }
     if (pos >= tokens.size() || tokens[pos] != "in")
-        script.throwError("Expected 'in' in generic for loop", pos < tokens.size() ? tokens[pos] : "EOF");
+        throwError("Expected 'in' in generic for loop", pos < tokens.size() ? tokens[pos] : "EOF");
     return pos + 1;
 }
 
 Variable OrvaneScript::runGenericFor(const ParsedScriptLine& line, const BodyRunner& body, BlockSignal& signal) {
     const auto& tokens = line.tokens;
     std::vector<std::string> names;
-    size_t pos = readLoopNames(*this, line, names);
+    size_t pos = readLoopNames(line, names);
 
     // pairs(x) and ipairs(x) written directly walk the container in place, with no list of pairs.
     if (pos + 2 < tokens.size() && isIdentifier(tokens[pos]) && tokens[pos + 1] == "(" && tokens[pos + 2] != ")") {

@@ -63,9 +63,9 @@ bool tryFormatSimpleIntegerPattern(std::string_view format, const Variable* args
 
 // One call of the C formatter, into a stack buffer when that is enough.
 template <class T>
-void appendFormatted(std::string& out, const std::string& spec, T value, const char* failure) {
+void appendFormatted(std::string& out, const std::string& directive, T value, const char* failure) {
     char buffer[256];
-    int n = std::snprintf(buffer, sizeof buffer, spec.c_str(), value);
+    int n = std::snprintf(buffer, sizeof buffer, directive.c_str(), value);
     if (n < 0) fail(failure);
     if (size_t(n) < sizeof buffer) {
         out.append(buffer, size_t(n));
@@ -73,7 +73,7 @@ void appendFormatted(std::string& out, const std::string& spec, T value, const c
     }
     size_t at = out.size();
     out.resize(at + size_t(n) + 1);
-    std::snprintf(out.data() + at, size_t(n) + 1, spec.c_str(), value);
+    std::snprintf(out.data() + at, size_t(n) + 1, directive.c_str(), value);
     out.resize(at + size_t(n));
 }
 
@@ -96,10 +96,10 @@ bool isLengthLetter(char c) { return c == 'h' || c == 'l' || c == 'L' || c == 'z
 
 // The specifier without its length letters, or with only those that leave the argument type as
 // passed here: a bare `l` on %c still takes an int.
-std::string withoutLengthLetters(const std::string& spec, bool keepL) {
+std::string withoutLengthLetters(const std::string& directive, bool keepL) {
     std::string out;
-    out.reserve(spec.size());
-    for (char c : spec)
+    out.reserve(directive.size());
+    for (char c : directive)
         if (!isLengthLetter(c) || (keepL && c == 'l')) out += c;
     return out;
 }
@@ -116,7 +116,7 @@ Variable OrvaneScript::formatFunctionImpl(const Variable* args, size_t count) {
 
     std::string out;
     out.reserve(format.size() + 16 * valueCount);
-    std::string spec;
+    std::string directive;
     size_t n = format.size();
     for (size_t i = 0; i < n; ++i) {
         char c = format[i];
@@ -139,20 +139,20 @@ Variable OrvaneScript::formatFunctionImpl(const Variable* args, size_t count) {
         while (i < n && isLengthLetter(format[i])) ++i;
         if (i >= n) fail("string['format']: incomplete format specifier");
         char conversion = format[i];
-        spec.assign(format, start, i - start + 1);
-        if (used == valueCount) fail("string['format']: missing argument for format specifier " + spec);
+        directive.assign(format, start, i - start + 1);
+        if (used == valueCount) fail("string['format']: missing argument for format specifier " + directive);
         const Variable& value = values[used++];
         switch (conversion) {
         case 'd':
-        case 'i': appendFormatted(out, withoutLengthLetters(spec, false), int(toInt(value)), "string['format']: failed to format value"); break;
+        case 'i': appendFormatted(out, withoutLengthLetters(directive, false), int(toInt(value)), "string['format']: failed to format value"); break;
         case 'o':
         case 'u':
         case 'x':
         case 'X':
-            appendFormatted(out, withoutLengthLetters(spec, false), unsigned(uint32_t(toInt(value))),
+            appendFormatted(out, withoutLengthLetters(directive, false), unsigned(uint32_t(toInt(value))),
                             "string['format']: failed to format value");
             break;
-        case 'c': appendFormatted(out, withoutLengthLetters(spec, true), int(toInt(value)), "string['format']: failed to format value"); break;
+        case 'c': appendFormatted(out, withoutLengthLetters(directive, true), int(toInt(value)), "string['format']: failed to format value"); break;
         case 'e':
         case 'E':
         case 'f':
@@ -160,16 +160,16 @@ Variable OrvaneScript::formatFunctionImpl(const Variable* args, size_t count) {
         case 'g':
         case 'G':
             // Length letters change nothing for a double but would change what the formatter reads.
-            appendFormatted(out, withoutLengthLetters(spec, false), toDouble(value), "string['format']: failed to format value");
+            appendFormatted(out, withoutLengthLetters(directive, false), toDouble(value), "string['format']: failed to format value");
             break;
         case 's':
-            if (spec.size() == 2) {
+            if (directive.size() == 2) {
                 // The plain %s copies bytes, embedded zeros included.
                 if (value.type == VarType::String) out += value.asString();
                 else out += value.toString();
             } else {
                 std::string text = value.toString();
-                appendFormatted(out, withoutLengthLetters(spec, false), text.c_str(), "string['format']: failed to format string");
+                appendFormatted(out, withoutLengthLetters(directive, false), text.c_str(), "string['format']: failed to format string");
             }
             break;
         case 'q': appendQuoted(out, value.toString()); break;
