@@ -13,6 +13,7 @@
 #include <random>
 #include <sstream>
 
+#include "child_run.h"
 #include "host/HostModules.h"
 #include "host/ProcessObjects.h"
 #include "script/Bytecode.h"
@@ -36,6 +37,9 @@ void* operator new(size_t size) {
 }
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete(void* p, size_t) noexcept { std::free(p); }
+
+using child_run::readFile;
+using child_run::RunResult;
 
 namespace {
 
@@ -63,13 +67,6 @@ const char* kSmallSource =
     "  total += 0\n"
     "end\n"
     "print(twice(total))\n";
-
-std::string readFile(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
 
 std::vector<uint8_t> smallFile() { return engine.serializeBytecode(*engine.compileToBytecode(kSmallSource)); }
 
@@ -119,71 +116,19 @@ Bytes oneLineFile(uint16_t version) {
     return b;
 }
 
-struct RunResult {
-    std::string out, err;
-    int status = -1;
-    bool operator==(const RunResult&) const = default;
-};
-
-std::string drain(int fd) {
-    std::string text;
-    char buffer[4096];
-    ssize_t n;
-    while ((n = read(fd, buffer, sizeof buffer)) > 0) text.append(buffer, size_t(n));
-    close(fd);
-    return text;
-}
-
 // Runs a script test's source in a child process as the executable would run lua.ov: compiled
 // under the name lua.ov, and, with `throughFile`, written to bytes and read back first.
 RunResult runSource(const fs::path& script, bool throughFile) {
-    fs::path work = fs::temp_directory_path() / ("ot-osbc-" + std::to_string(getpid()));
-    fs::remove_all(work);
-    fs::create_directories(work);
-    fs::copy_file(script, work / "lua.ov");
-    fs::path files = script;
-    files.replace_extension(".files");
-    if (fs::is_directory(files)) fs::copy(files, work, fs::copy_options::recursive);
-
-    int outPipe[2], errPipe[2];
-    EXPECT_EQ(pipe(outPipe), 0);
-    EXPECT_EQ(pipe(errPipe), 0);
-    std::cout.flush();
-    pid_t child = fork();
-    if (child == 0) {
-        dup2(outPipe[1], 1);
-        dup2(errPipe[1], 2);
-        close(outPipe[0]);
-        close(errPipe[0]);
-        if (chdir(work.c_str()) != 0) _exit(99);
-        int status = 0;
-        try {
-            orvane::path = "./";
-            orvane::registerFunctions();
-            auto program = engine.compileToBytecode(readFile("lua.ov"), "lua.ov");
-            if (throughFile) {
-                engine.saveBytecode(*program, "lua.osbc");
-                program = std::make_shared<BytecodeProgram>(engine.loadBytecode("lua.osbc"));
-            }
-            engine.runBytecode(*program);
-        } catch (const std::exception& e) {
-            std::cerr << "OrvaneTide startup error: " << e.what() << '\n';
-            status = 1;
+    return child_run::runInChild(script, [throughFile] {
+        orvane::path = "./";
+        orvane::registerFunctions();
+        auto program = engine.compileToBytecode(readFile("lua.ov"), "lua.ov");
+        if (throughFile) {
+            engine.saveBytecode(*program, "lua.osbc");
+            program = std::make_shared<BytecodeProgram>(engine.loadBytecode("lua.osbc"));
         }
-        std::cout.flush();
-        std::cerr.flush();
-        _exit(status);
-    }
-    close(outPipe[1]);
-    close(errPipe[1]);
-    RunResult result;
-    result.out = drain(outPipe[0]);
-    result.err = drain(errPipe[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
-    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    fs::remove_all(work);
-    return result;
+        engine.runBytecode(*program);
+    });
 }
 
 }  // namespace
