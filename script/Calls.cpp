@@ -25,10 +25,8 @@ struct CallFrameGuard {
           pathHeight(s.sourcePathStack.size()) {
         const auto& parameters = function.parameters;
         Scope& scope = script.pushScope(script.nativeScopes);
-        for (size_t i = 0; i < parameters.size(); ++i) {
-            script.noteScopeName(parameters[i]);
-            scope.push_back({parameters[i], i < count ? args[i] : Variable()});
-        }
+        script.noteParameterNames(function);
+        for (size_t i = 0; i < parameters.size(); ++i) scope.push_back({parameters[i], i < count ? args[i] : Variable()});
         if (function.isVariadic) {
             size_t named = std::min(parameters.size(), count);
             script.varargStack.emplace_back(args + named, args + count);

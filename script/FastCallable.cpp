@@ -29,7 +29,7 @@ struct FastFrameGuard {
           varargHeight(s.varargStack.size()), rootHeight(s.sourceRootStack.size()),
           pathHeight(s.sourcePathStack.size()) {
         if (countsCall) ++script.callDepth;
-        for (const std::string& parameter : callable.parameters) script.noteScopeName(parameter);
+        script.noteParameterNames(callable);
         script.fastCallable = &callable;
         script.fastArgs = args;
         script.fastArgCount = count;

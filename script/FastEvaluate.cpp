@@ -538,14 +538,9 @@ void OrvaneScript::appendConcatLeaves(const FastExpression& e, int32_t n, const 
     }
 }
 
+// A scalar answer first; a string concatenation refuses there at its first leaf and is then
+// built in one piece by the general evaluator's Add.
 Variable OrvaneScript::evaluateFastExpression(const FastExpression& e, const Tokens& tokens, Analyses& analyses) {
-    if (nodeAt(e, e.root).kind == Kind::Add) {
-        std::string text;
-        if (appendFastStringConcatNode(e, e.root, tokens, analyses, text)) {
-            if (shouldAbortForSoftRaisedError()) return Variable();
-            return Variable(std::move(text));
-        }
-    }
     FastScalarValue scalar;
     if (tryEvaluateFastExpressionScalarNode(e, e.root, tokens, analyses, scalar)) return scalarToVariable(scalar);
     return evaluateFastExpressionNode(e, e.root, tokens, analyses);
@@ -615,6 +610,12 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
                 if (shouldAbortForSoftRaisedError()) return Variable();
                 return Variable(std::move(text));
             }
+        }
+        if (!(node.flags & (kFastExprNodeMayFloat | kFastExprNodeHasCall)) && node.kind != Kind::Div &&
+            node.kind != Kind::Pow) {
+            // Integer operands need no Variable at all.
+            int32_t value;
+            if (tryEvaluateFastExpressionIntNode(e, n, tokens, analyses, value)) return Variable(value);
         }
         Variable left = eval(node.left);
         if (shouldAbortForSoftRaisedError()) return Variable();

@@ -325,6 +325,15 @@ public:
     uint64_t shadowEpoch = 1;
     void noteScopeName(const std::string& name) {
         if (globalIndex.count(name)) ++shadowEpoch;
+    }
+    void noteParameterNames(const ScriptCallable& function) {
+        if (function.shadowCheckedGlobals != globalValues.size()) {
+            function.parametersShadowGlobals = false;
+            for (const std::string& name : function.parameters)
+                if (globalIndex.count(name)) function.parametersShadowGlobals = true;
+            function.shadowCheckedGlobals = globalValues.size();
+        }
+        if (function.parametersShadowGlobals) ++shadowEpoch;
     }  // nearToken was named by a compiled expression's error
     // After a compiled expression, the near token the token route would have left behind.
     void noteTokenRead(const std::string& token) {

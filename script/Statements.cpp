@@ -132,6 +132,11 @@ Variable OrvaneScript::executeReturn(const ParsedScriptLine& line, BlockSignal& 
     VariableArray values;
     bool allCompiled = !line.returnValues.empty();
     for (const FastExpression& value : line.returnValues) allCompiled = allCompiled && value.valid;
+    if (allCompiled && line.returnValues.size() == 1) {
+        Variable value = evaluateFastExpression(line.returnValues[0], tokens, line.analyses);
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        return value;
+    }
     if (allCompiled) {
         for (const FastExpression& value : line.returnValues) {
             values.push_back(evaluateFastExpression(value, tokens, line.analyses));

@@ -112,6 +112,10 @@ struct ScriptCallable {
     uint16_t fastGuardLine = 0;
     uint16_t fastReturnLine = 0;
     std::string fastGuardMessage;
+    // Whether a parameter name is also a global, as of a given global count: globals are never
+    // removed, so the answer holds until a new global appears.
+    mutable size_t shadowCheckedGlobals = ~size_t(0);
+    mutable bool parametersShadowGlobals = false;
 };
 
 // The names of a type: as the interpreter prints it, as the bridges name it, as typeOf answers.
