@@ -31,8 +31,8 @@ struct TokenAnalysis {
     // Resolution cache, written at run time by name lookup.
     uint8_t scopeKind = kScopeKindNone;
     uint16_t scopeDepth = 0;
-    uint64_t scopeSlot = 0;
-    const void* scopePtr = nullptr;
+    uint64_t scopeSlot = 0;         // the slot in the scope; for a global, the shadow epoch it was found at
+    const void* scopePtr = nullptr;  // the scope; for a global, the global's slot itself
     uint64_t globalSlot = 0;
     bool globalFound = false;
     bool globalLooked = false;
