@@ -126,6 +126,45 @@ void OrvaneScript::applyToTarget(const ParsedScriptLine& line, const ParsedAssig
     if (!inPlace) storeAssigned(line, target.nameToken, created);
 }
 
+// `a, b = select(i, ...)` runs select's logic inside the assignment, which has one message of its
+// own for both ways of calling it wrongly. False when the value is not such a call.
+bool OrvaneScript::tryDirectSelect(const ParsedScriptLine& line, VariableArray& values) {
+    const auto& tokens = line.tokens;
+    auto [begin, end] = line.valueRanges[0];
+    if (end - begin < 3 || !isIdentifier(tokens[begin]) || tokens[begin + 1] != "(" ||
+        scanBracketRange(tokens, begin + 2, ")") != end - 1)
+        return false;
+    const Variable* callee = resolveFast(tokens[begin], line.analyses[begin]);
+    if (!callee || callee->type != VarType::Function || !callee->asCallable() || !callee->asCallable()->isNative ||
+        callee->asCallable()->builtinId != kBuiltinSelect)
+        return false;
+    VariableArray args;
+    const FastExpression* compiled = line.valueExpressions.empty() ? nullptr : &line.valueExpressions[0];
+    if (compiled && compiled->valid && compiled->nodes[size_t(compiled->root)].kind == FastExprNodeKind::Call) {
+        const FastExprNode& call = compiled->nodes[size_t(compiled->root)];
+        for (int32_t i = 0; i < call.intValue; ++i) {
+            args.push_back(evaluateFastExpressionNode(*compiled, compiled->callArgs[size_t(call.right + i)], tokens,
+                                                      line.analyses));
+            if (shouldAbortForSoftRaisedError()) return true;
+        }
+    } else {
+        size_t pos = begin + 2;
+        while (pos < end - 1) {
+            args.push_back(evaluateExpression(tokens, pos, &line.analyses));
+            if (shouldAbortForSoftRaisedError()) return true;
+            if (pos < end - 1 && tokens[pos] == ",") ++pos;
+            else if (pos != end - 1) throwError("Expected ',' or ')' after function argument", tokens[pos]);
+        }
+    }
+    noteTokenRead(tokens[end - 1]);
+    if (args.size() < 2 || args[0].type != VarType::Int)
+        throw std::runtime_error("select(index, values...) requires at least 2 arguments and an integer index");
+    Variable result = selectFunctionFast(args.data(), args.size());
+    if (const VariableArray* spread = multiValuesPtr(result)) values = *spread;
+    else values.push_back(std::move(result));
+    return true;
+}
+
 bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& result) {
     if (!line.prepared || !line.isAssignment) return false;
     const auto& tokens = line.tokens;
@@ -180,6 +219,12 @@ bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& res
     // Shape 2: several plain targets with `=`; a single Multi value spreads over them.
     if (allPlain && op == '=' && targets.size() > 1) {
         VariableArray values;
+        if (ranges.size() == 1 && tryDirectSelect(line, values)) {
+            if (shouldAbortForSoftRaisedError()) return true;
+            for (size_t i = 0; i < targets.size(); ++i)
+                storeAssigned(line, targets[i].nameToken, i < values.size() ? values[i] : Variable());
+            return true;
+        }
         for (size_t i = 0; i < ranges.size(); ++i) {
             values.push_back(evaluateRange(line, ranges[i], valueExpression(i)));
             if (shouldAbortForSoftRaisedError()) return true;
