@@ -429,6 +429,7 @@ private:
     Variable executeRepeat(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
     Variable executeFor(const std::vector<ParsedScriptLine>& lines, size_t& position, BlockSignal& signal);
     using BodyRunner = std::function<Variable(BlockSignal&)>;
+    bool runIteration(const BodyRunner& body, BlockSignal& signal, Variable& result);
     bool evaluateForBounds(const ParsedScriptLine& line, int32_t& first, int32_t& last, int32_t& step);
     Variable runNumericFor(const ParsedScriptLine& line, int32_t first, int32_t last, int32_t step,
                            const BodyRunner& body, BlockSignal& signal);

@@ -314,6 +314,20 @@ bool OrvaneScript::evaluateForBounds(const ParsedScriptLine& line, int32_t& firs
     return true;
 }
 
+// One run of a loop body; false ends the loop: a break, a return (its value in `result`, its
+// signal passed on) or a soft error.
+bool OrvaneScript::runIteration(const BodyRunner& body, BlockSignal& signal, Variable& result) {
+    BlockSignal inner = BlockSignal::None;
+    Variable value = body(inner);
+    if (shouldAbortForSoftRaisedError()) return false;
+    if (inner == BlockSignal::Return) {
+        signal = inner;
+        result = std::move(value);
+        return false;
+    }
+    return inner != BlockSignal::Break;
+}
+
 Variable OrvaneScript::runNumericFor(const ParsedScriptLine& line, int32_t first, int32_t last, int32_t step,
                                      const BodyRunner& body, BlockSignal& signal) {
     if (step == 0) throw std::runtime_error("for loop step must not be 0");
@@ -322,22 +336,16 @@ Variable OrvaneScript::runNumericFor(const ParsedScriptLine& line, int32_t first
     noteScopeName(line.tokens[1]);
     scope.push_back({line.tokens[1], Variable(first)});
     LoopScopeGuard loop(*this, std::move(scope));
+    Variable result;
     // The counter runs in 64 bits, so a limit at the end of the 32-bit range still ends the loop.
     for (int64_t counter = first; step > 0 ? counter <= last : counter >= last; counter += step) {
         // The counter, not the variable, drives the loop: write it in place.
         Variable& variable = loop.scope()[0].value;
         if (variable.type == VarType::Int) variable.value = int32_t(counter);
         else variable = Variable(int32_t(counter));
-        BlockSignal inner = BlockSignal::None;
-        Variable value = body(inner);
-        if (shouldAbortForSoftRaisedError()) return Variable();
-        if (inner == BlockSignal::Return) {
-            signal = inner;
-            return value;
-        }
-        if (inner == BlockSignal::Break) break;
+        if (!runIteration(body, signal, result)) break;
     }
-    return Variable();
+    return shouldAbortForSoftRaisedError() ? Variable() : result;
 }
 
 // The names of a generic for and the position of its iterator expression.
@@ -417,6 +425,7 @@ Variable OrvaneScript::runGenericFor(const ParsedScriptLine& line, const BodyRun
         scope.push_back({name, Variable()});
     }
     LoopScopeGuard loop(*this, std::move(scope));
+    Variable result;
     for (size_t i = 0; i < items->size(); ++i) {
         Variable element = (*items)[i];
         Scope& s = loop.scope();
@@ -429,16 +438,9 @@ Variable OrvaneScript::runGenericFor(const ParsedScriptLine& line, const BodyRun
             s[0].value = element;
             for (size_t k = 1; k < names.size(); ++k) s[k].value = Variable();
         }
-        BlockSignal inner = BlockSignal::None;
-        Variable value = body(inner);
-        if (shouldAbortForSoftRaisedError()) return Variable();
-        if (inner == BlockSignal::Return) {
-            signal = inner;
-            return value;
-        }
-        if (inner == BlockSignal::Break) break;
+        if (!runIteration(body, signal, result)) break;
     }
-    return Variable();
+    return shouldAbortForSoftRaisedError() ? Variable() : result;
 }
 
 // Binds each pair that `produce` hands over to the loop's names and runs the body, until the
@@ -462,15 +464,7 @@ Variable OrvaneScript::runPairLoop(const std::vector<std::string>& names, const 
             s[1].value = value;
             for (size_t i = 2; i < names.size(); ++i) s[i].value = Variable();
         }
-        BlockSignal inner = BlockSignal::None;
-        Variable v = body(inner);
-        if (shouldAbortForSoftRaisedError()) return false;
-        if (inner == BlockSignal::Return) {
-            signal = inner;
-            result = std::move(v);
-            return false;
-        }
-        return inner != BlockSignal::Break;
+        return runIteration(body, signal, result);
     });
     if (shouldAbortForSoftRaisedError()) return Variable();
     return result;
