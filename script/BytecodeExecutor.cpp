@@ -4,12 +4,11 @@
 
 #include "script/ArgumentBuffer.h"
 #include "script/Bytecode.h"
+#include "script/FastScalarOps.h"
 #include "script/Operations.h"
 #include "script/OrvaneScript.h"
 
 namespace orvane {
-
-void recordLine(OrvaneScript& script, const ParsedScriptLine& line);
 
 namespace {
 
@@ -38,7 +37,7 @@ const char* kErrorPrefix = "OrvaneScript error:";
 const ParsedScriptLine& OrvaneScript::lineStep(const BytecodeProgram& program, uint32_t index) {
     if (index >= program.lines.size()) throw std::runtime_error("Bytecode line index out of range");
     const ParsedScriptLine& line = program.lines[index];
-    recordLine(*this, line);
+    recordLine(line);
     return line;
 }
 
@@ -105,8 +104,8 @@ Variable OrvaneScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
 
 Variable OrvaneScript::runBlock(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunk, BlockSignal& signal) {
     Variable running;
-    if (localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk) &&
-        executeInlineChunk(program, chunk, signal, running)) {
+    if (localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk)) {
+        runInlineChunk(program, chunk, signal, running);
         if (shouldAbortForSoftRaisedError()) return Variable();
         return running;
     }
@@ -158,20 +157,37 @@ bool OrvaneScript::isInlineableChunk(BytecodeProgram& program, uint32_t chunkInd
 bool OrvaneScript::executeInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
                                       BlockSignal& signal, Variable& running) {
     if (!isInlineableChunk(*program, chunkIndex)) return false;
+    runInlineChunk(program, chunkIndex, signal, running);
+    return true;
+}
+
+void OrvaneScript::runInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
+                                  BlockSignal& signal, Variable& running) {
     signal = BlockSignal::None;
-    const BytecodeChunk& chunk = program->chunks[chunkIndex];
-    const Instruction* code = program->instructions.data() + chunk.firstInstruction;
+    BytecodeProgram& p = *program;
+    const BytecodeChunk& chunk = p.chunks[chunkIndex];
+    const Instruction* code = p.instructions.data() + chunk.firstInstruction;
     for (uint32_t i = 0; i < chunk.instructionCount; ++i) {
-        bool ok = executeInstruction(program, code[i], signal, running, true);
+        const Instruction& instruction = code[i];
+        bool ok = true;
+        if (instruction.opcode == Opcode::SimpleAssign) {
+            // The hottest statement, straight from the loop.
+            const ParsedScriptLine& line = lineStep(p, instruction.a);
+            if (!line.tokens.empty() && !line.targets.empty()) {
+                executeSimpleAssign(line);
+                if (running.type != VarType::Nil) running = Variable();
+                ok = !shouldAbortForSoftRaisedError();
+            }
+        } else {
+            ok = executeInstruction(program, instruction, signal, running, true);
+        }
         // The coroutine step: no guards here, so a turn follows each plain statement.
-        if (coroutineWork() && code[i].opcode <= Opcode::SimpleAssign) {
+        if (coroutineWork() && instruction.opcode <= Opcode::SimpleAssign) {
             serviceScheduledCoroutineTurnNoThrow();
             rethrowPendingCoroutineException();
         }
-        if (!ok) return true;
-        if (shouldAbortForSoftRaisedError() || signal != BlockSignal::None) return true;
+        if (!ok || shouldAbortForSoftRaisedError() || signal != BlockSignal::None) return;
     }
-    return true;
 }
 
 // One instruction; false when a soft error aborts the chunk.
@@ -180,8 +196,9 @@ bool OrvaneScript::executeInstruction(const std::shared_ptr<BytecodeProgram>& pr
     BytecodeProgram& p = *program;
     auto body = [&](uint32_t chunk, BlockSignal& inner) -> Variable {
         if (!inlineForm) return runBlock(program, chunk, inner);
+        // An inline chunk was accepted with all its nested chunks.
         Variable value;
-        if (!executeInlineChunk(program, chunk, inner, value)) throw std::runtime_error("Unexpected non-inline opcode");
+        runInlineChunk(program, chunk, inner, value);
         return value;
     };
     switch (instruction.opcode) {
@@ -356,14 +373,15 @@ bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>&
     bool inlineBody = localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk);
     if (inlineForm && !inlineBody) throw std::runtime_error("Expected inlineable numeric-for chunk");
     // The counter runs in 64 bits, so a limit at the end of the 32-bit range still ends the loop.
+    // Only a Return takes the body's value, so one Variable serves every iteration.
+    Variable value;
     for (int64_t counter = first; step > 0 ? counter <= last : counter >= last; counter += step) {
         // The counter, not the variable, drives the loop: write it in place.
         Variable& variable = nativeScopes[scope.index][0].value;
-        if (variable.type == VarType::Int) variable.value = int32_t(counter);
+        if (variable.type == VarType::Int) *std::get_if<int32_t>(&variable.value) = int32_t(counter);
         else variable = Variable(int32_t(counter));
         BlockSignal inner = BlockSignal::None;
-        Variable value;
-        if (inlineBody) executeInlineChunk(program, chunk, inner, value);
+        if (inlineBody) runInlineChunk(program, chunk, inner, value);
         else value = executeBytecodeChunk(program, chunk, inner);
         if (shouldAbortForSoftRaisedError()) return false;
         if (inner == BlockSignal::Return) {

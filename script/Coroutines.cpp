@@ -11,8 +11,6 @@
 
 namespace orvane {
 
-void recordLine(OrvaneScript& script, const ParsedScriptLine& line);
-
 namespace {
 
 const char* kErrorPrefix = "OrvaneScript error:";
@@ -85,7 +83,7 @@ struct CoroutineStepper {
     const ParsedScriptLine& lineStep(uint64_t index) {
         if (index >= body.size()) throw std::runtime_error("Coroutine line index out of range");
         const ParsedScriptLine& line = body[index];
-        recordLine(s, line);
+        s.recordLine(line);
         return line;
     }
 

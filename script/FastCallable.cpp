@@ -8,8 +8,6 @@
 
 namespace orvane {
 
-void recordLine(OrvaneScript& script, const ParsedScriptLine& line);
-
 namespace {
 
 // `error('literal')` exactly: the decoded literal, or false.
@@ -130,14 +128,14 @@ Variable OrvaneScript::callFastBody(const CallablePtr& function, const Variable*
         try {
             if (function->fastBodyKind == 2) {
                 line = &function->body[function->fastGuardLine];
-                recordLine(*this, *line);
+                recordLine(*line);
                 if (guardHolds(*this, *line)) {
                     raiseScriptErrorSoft(function->fastGuardMessage);
                     return Variable();
                 }
             }
             line = &function->body[function->fastReturnLine];
-            recordLine(*this, *line);
+            recordLine(*line);
             result = evaluateFastCallableReturn(*function);
         } catch (const std::exception& e) {
             if (std::string_view(e.what()).starts_with("OrvaneScript error:")) throw;

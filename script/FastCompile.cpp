@@ -220,6 +220,7 @@ FastExpression compileFastExpressionRange(const std::vector<std::string>& tokens
     if (!compiler.healthy || root < 0 || compiler.pos != end) return {};
     compiler.out.valid = true;
     compiler.out.root = root;
+    compileFastSteps(compiler.out);
     return std::move(compiler.out);
 }
 

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "script/ArgumentBuffer.h"
+#include "script/FastScalarOps.h"
 #include "script/Operations.h"
 #include "script/OrvaneScript.h"
 
@@ -20,40 +21,9 @@ const FastExprNode& nodeAt(const FastExpression& e, int32_t n) { return e.nodes[
 bool hasCall(const FastExpression& e, int32_t n) { return n >= 0 && (nodeAt(e, n).flags & kFastExprNodeHasCall); }
 bool mayFloat(const FastExpression& e, int32_t n) { return nodeAt(e, n).flags & kFastExprNodeMayFloat; }
 
-int32_t wrap(int64_t v) { return int32_t(uint32_t(uint64_t(v))); }
-
-bool scalarFromVariable(const Variable& v, FastScalarValue& out) {
-    switch (v.type) {
-    case VarType::Nil: out = FastScalarValue::makeNil(); return true;
-    case VarType::Int: out = FastScalarValue::makeInt(v.asInt()); return true;
-    case VarType::Float: out = FastScalarValue::makeFloat(v.asFloat()); return true;
-    case VarType::Bool: out = FastScalarValue::makeBool(v.asBool()); return true;
-    default: return false;
-    }
-}
+int32_t wrap(int64_t v) { return wrapInt32(v); }
 
 Variable scalarToVariable(const FastScalarValue& s) { return fastScalarToVariable(s); }
-
-// Compares two scalars as the comparison nodes do; false when the kinds don't allow it.
-bool compareScalars(Kind kind, const FastScalarValue& a, const FastScalarValue& b, bool& out) {
-    if (kind == Kind::Eq || kind == Kind::Ne) {
-        bool equal;
-        if (a.kind == FastScalarValue::Nil || b.kind == FastScalarValue::Nil) equal = a.kind == b.kind;
-        else if (fastScalarIsNumeric(a) && fastScalarIsNumeric(b)) equal = fastScalarToDouble(a) == fastScalarToDouble(b);
-        else return false;
-        out = kind == Kind::Eq ? equal : !equal;
-        return true;
-    }
-    if (!fastScalarIsNumeric(a) || !fastScalarIsNumeric(b)) return false;
-    double x = fastScalarToDouble(a), y = fastScalarToDouble(b);
-    switch (kind) {
-    case Kind::Lt: out = x < y; return true;
-    case Kind::Gt: out = x > y; return true;
-    case Kind::Le: out = x <= y; return true;
-    case Kind::Ge: out = x >= y; return true;
-    default: return false;
-    }
-}
 
 bool compareInts(Kind kind, int32_t a, int32_t b) {
     switch (kind) {
@@ -65,8 +35,6 @@ bool compareInts(Kind kind, int32_t a, int32_t b) {
     default: return a >= b;
     }
 }
-
-bool isComparison(Kind k) { return k >= Kind::Eq && k <= Kind::Ge; }
 
 char operatorChar(Kind k) {
     switch (k) {
@@ -97,31 +65,87 @@ bool stringByteRangeReturnsScalar(const Variable* args, size_t count) {
 
 }  // namespace
 
+// Compares two scalars as the comparison nodes do; false when the kinds don't allow it.
+bool compareScalars(Kind kind, const FastScalarValue& a, const FastScalarValue& b, bool& out) {
+    if (kind == Kind::Eq || kind == Kind::Ne) {
+        bool equal;
+        if (a.kind == FastScalarValue::Nil || b.kind == FastScalarValue::Nil) equal = a.kind == b.kind;
+        else if (fastScalarIsNumeric(a) && fastScalarIsNumeric(b)) equal = fastScalarToDouble(a) == fastScalarToDouble(b);
+        else return false;
+        out = kind == Kind::Eq ? equal : !equal;
+        return true;
+    }
+    if (!fastScalarIsNumeric(a) || !fastScalarIsNumeric(b)) return false;
+    double x = fastScalarToDouble(a), y = fastScalarToDouble(b);
+    switch (kind) {
+    case Kind::Lt: out = x < y; return true;
+    case Kind::Gt: out = x > y; return true;
+    case Kind::Le: out = x <= y; return true;
+    case Kind::Ge: out = x >= y; return true;
+    default: return false;
+    }
+}
+
+bool negateScalar(const FastScalarValue& v, FastScalarValue& out) {
+    if (!fastScalarIsNumeric(v)) return false;
+    if (v.kind == FastScalarValue::Float) out = FastScalarValue::makeFloat(-v.floatValue);
+    else out = FastScalarValue::makeInt(wrap(-int64_t(fastScalarToInt(v))));
+    return true;
+}
+
+bool applyScalarArithmetic(Kind kind, const FastScalarValue& a, const FastScalarValue& b, FastScalarValue& out) {
+    if (!fastScalarIsNumeric(a) || !fastScalarIsNumeric(b)) return false;
+    switch (kind) {
+    case Kind::IntDiv: {
+        int64_t y = fastScalarToInt(b);
+        if (y == 0) throw std::runtime_error("Division by zero");
+        out = FastScalarValue::makeInt(wrap(int64_t(fastScalarToInt(a)) / y));
+        return true;
+    }
+    case Kind::Div: {
+        double y = fastScalarToDouble(b);
+        if (y == 0.0) throw std::runtime_error("Division by zero");
+        out = FastScalarValue::makeFloat(float(fastScalarToDouble(a) / y));
+        return true;
+    }
+    case Kind::Pow: {
+        double result = std::pow(fastScalarToDouble(a), fastScalarToDouble(b));
+        if (!std::isfinite(result)) throw std::runtime_error("Invalid exponentiation result");
+        out = FastScalarValue::makeFloat(float(result));
+        return true;
+    }
+    default: break;
+    }
+    if (a.kind != FastScalarValue::Float && b.kind != FastScalarValue::Float) {
+        int64_t x = fastScalarToInt(a), y = fastScalarToInt(b);
+        switch (kind) {
+        case Kind::Add: out = FastScalarValue::makeInt(wrap(x + y)); return true;
+        case Kind::Sub: out = FastScalarValue::makeInt(wrap(x - y)); return true;
+        case Kind::Mul: out = FastScalarValue::makeInt(wrap(x * y)); return true;
+        default:
+            if (y == 0) throw std::runtime_error("Division by zero");
+            out = FastScalarValue::makeInt(wrap(x % y));
+            return true;
+        }
+    }
+    double x = fastScalarToDouble(a), y = fastScalarToDouble(b);
+    switch (kind) {
+    case Kind::Add: out = FastScalarValue::makeFloat(float(x + y)); return true;
+    case Kind::Sub: out = FastScalarValue::makeFloat(float(x - y)); return true;
+    case Kind::Mul: out = FastScalarValue::makeFloat(float(x * y)); return true;
+    default:
+        if (y == 0.0) throw std::runtime_error("Division by zero");
+        out = FastScalarValue::makeFloat(float(std::fmod(x, y)));
+        return true;
+    }
+}
+
 Variable fastScalarToVariable(const FastScalarValue& s) {
     switch (s.kind) {
     case FastScalarValue::Int: return Variable(s.intValue);
     case FastScalarValue::Float: return Variable(s.floatValue);
     case FastScalarValue::Bool: return Variable(s.boolValue);
     default: return Variable();
-    }
-}
-
-// In place: a variable that holds a number already only changes its tag and payload.
-void assignFastScalarToVariable(Variable& variable, const FastScalarValue& s) {
-    switch (s.kind) {
-    case FastScalarValue::Int:
-        if (variable.type == VarType::Int) variable.value = s.intValue;
-        else variable = Variable(s.intValue);
-        return;
-    case FastScalarValue::Float:
-        if (variable.type == VarType::Float) variable.value = s.floatValue;
-        else variable = Variable(s.floatValue);
-        return;
-    case FastScalarValue::Bool:
-        if (variable.type == VarType::Bool) variable.value = s.boolValue;
-        else variable = Variable(s.boolValue);
-        return;
-    default: variable = Variable(); return;
     }
 }
 
@@ -279,12 +303,6 @@ bool OrvaneScript::tryEvaluateFastExpressionBoolNode(const FastExpression& e, in
     }
 }
 
-bool OrvaneScript::tryEvaluateFastExpressionScalar(const FastExpression& e, const Tokens& tokens, Analyses& analyses,
-                                                   FastScalarValue& out) {
-    if (!e.valid) return false;
-    return tryEvaluateFastExpressionScalarNode(e, e.root, tokens, analyses, out);
-}
-
 bool OrvaneScript::tryEvaluateFastExpressionScalarNode(const FastExpression& e, int32_t n, const Tokens& tokens,
                                                        Analyses& analyses, FastScalarValue& out) try {
     const FastExprNode& node = nodeAt(e, n);
@@ -317,56 +335,13 @@ bool OrvaneScript::tryEvaluateFastExpressionScalarNode(const FastExpression& e, 
         out = FastScalarValue::makeBool(b);
         return true;
     }
-    case Kind::Add: case Kind::Sub: case Kind::Mul: case Kind::Mod: {
+    case Kind::Add: case Kind::Sub: case Kind::Mul: case Kind::Mod:
+    case Kind::Div: case Kind::IntDiv: case Kind::Pow: {
         // Both sides once as scalars: two integers give the integer evaluator's answer.
         FastScalarValue a, b;
         if (!tryEvaluateFastExpressionScalarNode(e, node.left, tokens, analyses, a)) return false;
         if (!tryEvaluateFastExpressionScalarNode(e, node.right, tokens, analyses, b)) return false;
-        if (!fastScalarIsNumeric(a) || !fastScalarIsNumeric(b)) return false;
-        if (a.kind != FastScalarValue::Float && b.kind != FastScalarValue::Float) {
-            int64_t x = fastScalarToInt(a), y = fastScalarToInt(b);
-            switch (node.kind) {
-            case Kind::Add: out = FastScalarValue::makeInt(wrap(x + y)); return true;
-            case Kind::Sub: out = FastScalarValue::makeInt(wrap(x - y)); return true;
-            case Kind::Mul: out = FastScalarValue::makeInt(wrap(x * y)); return true;
-            default:
-                if (y == 0) throw std::runtime_error("Division by zero");
-                out = FastScalarValue::makeInt(wrap(x % y));
-                return true;
-            }
-        }
-        double x = fastScalarToDouble(a), y = fastScalarToDouble(b);
-        switch (node.kind) {
-        case Kind::Add: out = FastScalarValue::makeFloat(float(x + y)); return true;
-        case Kind::Sub: out = FastScalarValue::makeFloat(float(x - y)); return true;
-        case Kind::Mul: out = FastScalarValue::makeFloat(float(x * y)); return true;
-        default:
-            if (y == 0.0) throw std::runtime_error("Division by zero");
-            out = FastScalarValue::makeFloat(float(std::fmod(x, y)));
-            return true;
-        }
-    }
-    case Kind::Div: case Kind::IntDiv: case Kind::Pow: {
-        FastScalarValue a, b;
-        if (!tryEvaluateFastExpressionScalarNode(e, node.left, tokens, analyses, a)) return false;
-        if (!tryEvaluateFastExpressionScalarNode(e, node.right, tokens, analyses, b)) return false;
-        if (!fastScalarIsNumeric(a) || !fastScalarIsNumeric(b)) return false;
-        if (node.kind == Kind::IntDiv) {
-            int64_t y = fastScalarToInt(b);
-            if (y == 0) throw std::runtime_error("Division by zero");
-            out = FastScalarValue::makeInt(wrap(int64_t(fastScalarToInt(a)) / y));
-            return true;
-        }
-        double x = fastScalarToDouble(a), y = fastScalarToDouble(b);
-        if (node.kind == Kind::Div) {
-            if (y == 0.0) throw std::runtime_error("Division by zero");
-            out = FastScalarValue::makeFloat(float(x / y));
-            return true;
-        }
-        double result = std::pow(x, y);
-        if (!std::isfinite(result)) throw std::runtime_error("Invalid exponentiation result");
-        out = FastScalarValue::makeFloat(float(result));
-        return true;
+        return applyScalarArithmetic(node.kind, a, b, out);
     }
     case Kind::Length: {
         int32_t length;
@@ -383,10 +358,7 @@ bool OrvaneScript::tryEvaluateFastExpressionScalarNode(const FastExpression& e, 
     case Kind::Negate: {
         FastScalarValue v;
         if (!tryEvaluateFastExpressionScalarNode(e, node.left, tokens, analyses, v)) return false;
-        if (!fastScalarIsNumeric(v)) return false;
-        if (v.kind == FastScalarValue::Float) out = FastScalarValue::makeFloat(-v.floatValue);
-        else out = FastScalarValue::makeInt(wrap(-int64_t(fastScalarToInt(v))));
-        return true;
+        return negateScalar(v, out);
     }
     case Kind::Index: return tryScalarIndex(e, node, tokens, analyses, out);
     case Kind::Call: return tryScalarCall(e, node, tokens, analyses, out);
@@ -542,7 +514,7 @@ void OrvaneScript::appendConcatLeaves(const FastExpression& e, int32_t n, const 
 // built in one piece by the general evaluator's Add.
 Variable OrvaneScript::evaluateFastExpression(const FastExpression& e, const Tokens& tokens, Analyses& analyses) {
     FastScalarValue scalar;
-    if (tryEvaluateFastExpressionScalarNode(e, e.root, tokens, analyses, scalar)) return scalarToVariable(scalar);
+    if (tryEvaluateFastExpressionScalar(e, tokens, analyses, scalar)) return scalarToVariable(scalar);
     return evaluateFastExpressionNode(e, e.root, tokens, analyses);
 }
 

@@ -34,32 +34,71 @@ struct FastExprNode {
     uint8_t flags = 0;
 };
 
+
+// An unboxed value: never a string.
+struct FastScalarValue {
+    enum Kind : uint8_t { None = 0, Nil = 1, Int = 2, Float = 3, Bool = 4 };
+    uint8_t kind = None;
+    // One payload, chosen by kind: the whole value is 8 bytes and travels in a register.
+    union {
+        int32_t intValue = 0;
+        float floatValue;
+        bool boolValue;
+    };
+
+    static FastScalarValue makeNil() { FastScalarValue s; s.kind = Nil; return s; }
+    static FastScalarValue makeInt(int32_t v) { FastScalarValue s; s.kind = Int; s.intValue = v; return s; }
+    static FastScalarValue makeFloat(float v) { FastScalarValue s; s.kind = Float; s.floatValue = v; return s; }
+    static FastScalarValue makeBool(bool v) { FastScalarValue s; s.kind = Bool; s.boolValue = v; return s; }
+};
+
+// The call-free part of the scalar evaluator as postfix steps over a small stack: one flat loop
+// instead of a recursion per node. Built beside the nodes when the whole tree qualifies.
+enum class FastStepOp : uint8_t {
+    Load,         // pushes its left operand
+    IndexBase,    // the base of an Index: must resolve, else the scalar evaluator refuses
+    IndexString,  // base[string literal]
+    Index,        // base[key], the key on the stack
+    Length,       // # of a name
+    Negate,
+    Not,
+    Arithmetic,   // the node's kind says which
+    Compare,
+    AndOr,        // short-circuit: keep the left operand and jump, or drop it and go on
+};
+
+// Where an operand comes from: a leaf is read by the step itself, which saves a step per leaf.
+struct FastOperand {
+    enum From : uint8_t { Stack = 0, Name = 1, Literal = 2 };
+    uint8_t from = Stack;
+    uint16_t token = 0;
+    FastScalarValue literal;
+};
+
+struct FastStep {
+    FastStepOp op = FastStepOp::Load;
+    FastExprNodeKind kind = FastExprNodeKind::None;  // the node's, for arithmetic and comparisons
+    uint16_t token = 0;                               // an index's base, a length's name
+    int32_t node = 0;                                 // the node that made the step, for error tokens
+    int32_t jump = 0;                                 // AndOr: the step behind the right operand
+    FastOperand left, right;
+};
+
+constexpr size_t kFastStepStackSize = 16;
+
 struct FastExpression {
     bool valid = false;
     int32_t root = -1;
     std::vector<std::string> strings;
     std::vector<int32_t> callArgs;
     std::vector<FastExprNode> nodes;
+    std::vector<FastStep> steps;  // empty when the tree has a call, a string or a deep stack
 };
 
 struct FastCallExpression {
     bool valid = false;
     uint16_t nameToken = 0;
     std::vector<FastExpression> arguments;
-};
-
-// An unboxed value: never a string.
-struct FastScalarValue {
-    enum Kind : uint8_t { None = 0, Nil = 1, Int = 2, Float = 3, Bool = 4 };
-    uint8_t kind = None;
-    int32_t intValue = 0;
-    float floatValue = 0.0f;
-    bool boolValue = false;
-
-    static FastScalarValue makeNil() { FastScalarValue s; s.kind = Nil; return s; }
-    static FastScalarValue makeInt(int32_t v) { FastScalarValue s; s.kind = Int; s.intValue = v; return s; }
-    static FastScalarValue makeFloat(float v) { FastScalarValue s; s.kind = Float; s.floatValue = v; return s; }
-    static FastScalarValue makeBool(bool v) { FastScalarValue s; s.kind = Bool; s.boolValue = v; return s; }
 };
 
 [[noreturn]] void throwExpectedNumeric();
@@ -99,10 +138,11 @@ inline int32_t fastScalarToInt(const FastScalarValue& s) {
 
 struct Variable;
 Variable fastScalarToVariable(const FastScalarValue& s);
-void assignFastScalarToVariable(Variable& variable, const FastScalarValue& s);
 
 FastExpression compileFastExpressionRange(const std::vector<std::string>& tokens,
                                           const std::vector<TokenAnalysis>& analyses, size_t begin, size_t end);
+// Fills steps when every node can be a step.
+void compileFastSteps(FastExpression& expression);
 FastCallExpression compileFastCallExpressionRange(const std::vector<std::string>& tokens,
                                                   const std::vector<TokenAnalysis>& analyses, size_t begin,
                                                   size_t end);

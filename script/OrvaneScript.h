@@ -268,6 +268,9 @@ public:
     bool executeInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex, BlockSignal& signal,
                             Variable& running);
     bool isInlineableChunk(BytecodeProgram& program, uint32_t chunkIndex);
+    // The inline form over a chunk that isInlineableChunk has accepted, with all its nested chunks.
+    void runInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex, BlockSignal& signal,
+                        Variable& running);
     bool executeInstruction(const std::shared_ptr<BytecodeProgram>& program, const Instruction& instruction,
                             BlockSignal& signal, Variable& running, bool inlineForm);
     Variable runBlock(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunk, BlockSignal& signal);
@@ -276,6 +279,14 @@ public:
                                uint32_t chunk, int32_t first, int32_t last, int32_t step, BlockSignal& signal,
                                Variable& running, bool inlineForm);
     const ParsedScriptLine& lineStep(const BytecodeProgram& program, uint32_t index);
+    // The line that error texts name; inline, since it runs before every statement.
+    void recordLine(const ParsedScriptLine& line) {
+        currentLineNumber = line.lineNumber;
+        currentLine = &line;
+        currentSourceText.clear();
+        nearToken.clear();
+        nearTokenFromFast = false;
+    }
 
     // Fast expressions: try evaluators answer true with a result, or false, with no effects, to
     // leave the node to a more general evaluator.
@@ -286,8 +297,13 @@ public:
     bool tryEvaluateFastExpressionScalarNode(const FastExpression& e, int32_t node,
                                              const std::vector<std::string>& tokens,
                                              std::vector<TokenAnalysis>& analyses, FastScalarValue& out);
+    // The flat steps first; the node tree where they cannot answer.
     bool tryEvaluateFastExpressionScalar(const FastExpression& e, const std::vector<std::string>& tokens,
-                                         std::vector<TokenAnalysis>& analyses, FastScalarValue& out);
+                                         std::vector<TokenAnalysis>& analyses, FastScalarValue& out) {
+        if (!e.valid) return false;
+        if (!e.steps.empty() && runFastSteps(e, tokens, analyses, out)) return true;
+        return tryEvaluateFastExpressionScalarNode(e, e.root, tokens, analyses, out);
+    }
     Variable evaluateFastExpressionNode(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
                                         std::vector<TokenAnalysis>& analyses);
     Variable evaluateFastExpression(const FastExpression& e, const std::vector<std::string>& tokens,
@@ -318,6 +334,9 @@ public:
     Variable* fastParameter(size_t slot);
     Variable missingArgument;
     Variable callFastBody(const CallablePtr& function, const Variable* args, size_t count);
+    // The flat steps of a call-free expression; false where the scalar evaluator must answer.
+    bool runFastSteps(const FastExpression& e, const std::vector<std::string>& tokens,
+                      std::vector<TokenAnalysis>& analyses, FastScalarValue& out);
     void noteFastErrorToken(const std::vector<std::string>& tokens, const FastExpression& e, int32_t node);
     bool nearTokenFromFast = false;
     // Raised whenever a scope entry appears under the name of a global: a token that found a

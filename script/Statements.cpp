@@ -161,10 +161,13 @@ Variable OrvaneScript::executeReturn(const ParsedScriptLine& line, BlockSignal& 
 bool OrvaneScript::evaluateLineCondition(const ParsedScriptLine& line, const char* keyword) {
     if (line.condition.valid) {
         const FastExpression& e = line.condition;
+        FastScalarValue scalar;
+        // The flat steps answer as the scalar evaluator would, and its truth is the truth-value
+        // evaluator's wherever both answer.
+        if (!e.steps.empty() && runFastSteps(e, line.tokens, line.analyses, scalar)) return fastScalarIsTruthy(scalar);
         bool holds;
         if (tryEvaluateFastExpressionBoolNode(e, e.root, line.tokens, line.analyses, holds)) return holds;
-        FastScalarValue scalar;
-        if (tryEvaluateFastExpressionScalar(e, line.tokens, line.analyses, scalar)) return fastScalarIsTruthy(scalar);
+        if (tryEvaluateFastExpressionScalarNode(e, e.root, line.tokens, line.analyses, scalar)) return fastScalarIsTruthy(scalar);
         return isTruthy(evaluateFastExpression(e, line.tokens, line.analyses));
     }
     size_t pos = 1;
@@ -174,21 +177,13 @@ bool OrvaneScript::evaluateLineCondition(const ParsedScriptLine& line, const cha
     return holds;
 }
 
-void recordLine(OrvaneScript& script, const ParsedScriptLine& line) {
-    script.currentLineNumber = line.lineNumber;
-    script.currentLine = &line;
-    script.currentSourceText.clear();
-    script.nearToken.clear();
-    script.nearTokenFromFast = false;
-}
-
 Variable OrvaneScript::executeIfChain(const std::vector<ParsedScriptLine>& lines, size_t& position,
                                       BlockSignal& signal) {
     size_t clause = position;
     bool taken = false;
     for (;;) {
         const ParsedScriptLine& line = lines[clause];
-        recordLine(*this, line);
+        recordLine(line);
         bool holds = line.kind == LineKind::Else || evaluateLineCondition(line, "if");
         if (shouldAbortForSoftRaisedError()) return Variable();
         bool isClause = false;
@@ -223,7 +218,7 @@ Variable OrvaneScript::executeWhile(const std::vector<ParsedScriptLine>& lines, 
     const ParsedScriptLine& line = lines[position];
     size_t end = findMatchingEnd(lines, position + 1);
     for (;;) {
-        recordLine(*this, line);
+        recordLine(line);
         bool holds = evaluateLineCondition(line, "while");
         if (shouldAbortForSoftRaisedError()) return Variable();
         if (!holds) break;
@@ -237,7 +232,7 @@ Variable OrvaneScript::executeWhile(const std::vector<ParsedScriptLine>& lines, 
         }
         if (inner == BlockSignal::Break) break;
         if (body >= lines.size() || lines[body].kind != LineKind::End) {
-            recordLine(*this, line);
+            recordLine(line);
             throwError("Missing 'end' for while block", "end");
         }
     }
@@ -260,7 +255,7 @@ Variable OrvaneScript::executeRepeat(const std::vector<ParsedScriptLine>& lines,
         }
         if (inner == BlockSignal::Break) break;
         if (body != untilIndex) throwError("repeat block did not terminate at matching until", "until");
-        recordLine(*this, untilLine);
+        recordLine(untilLine);
         if (untilLine.tokens[0] != "until") throwError("Missing until condition", "until");
         bool holds = evaluateLineCondition(untilLine, "until");
         if (shouldAbortForSoftRaisedError()) return Variable();
