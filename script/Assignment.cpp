@@ -1,6 +1,7 @@
 // The three assignment shapes: one target, several plain targets, and everything else.
 #include <stdexcept>
 
+#include "script/FastScalarOps.h"
 #include "script/Operations.h"
 #include "script/OrvaneScript.h"
 
@@ -165,6 +166,27 @@ bool OrvaneScript::tryDirectSelect(const ParsedScriptLine& line, VariableArray& 
     return true;
 }
 
+// `a[i] = x` on an existing array with i inside it and a number for x: the element changes in
+// place. False, having changed nothing, for every other case.
+bool OrvaneScript::tryStoreScalarElement(const ParsedScriptLine& line) {
+    const ParsedAssignmentTarget& target = line.targets[0];
+    if (target.indexExpressions.size() != 1 || target.indexRanges.size() != 1 || line.valueExpressions.empty())
+        return false;
+    const FastExpression& keyExpression = target.indexExpressions[0];
+    const FastExpression& valueExpression = line.valueExpressions[0];
+    if (keyExpression.steps.empty() || valueExpression.steps.empty()) return false;
+    FastScalarValue key, value;
+    if (!runFastSteps(keyExpression, line.tokens, line.analyses, key) || key.kind != FastScalarValue::Int ||
+        !runFastSteps(valueExpression, line.tokens, line.analyses, value))
+        return false;
+    Variable* array = resolveFast(line.tokens[target.nameToken], line.analyses[target.nameToken]);
+    if (!array || array->type != VarType::Array) return false;
+    VariableArray& items = **std::get_if<ArrayPtr>(&array->value);
+    if (key.intValue < 1 || size_t(key.intValue) > items.size()) return false;
+    assignFastScalarToVariable(items[size_t(key.intValue) - 1], value);
+    return true;
+}
+
 bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& result) {
     if (!line.prepared || !line.isAssignment) return false;
     const auto& tokens = line.tokens;
@@ -187,6 +209,7 @@ bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& res
 
     // Shape 1: one target, at most one value.
     if (targets.size() == 1 && ranges.size() <= 1) {
+        if (op == '=' && ranges.size() == 1 && line.scopeTarget == kTargetPlain && tryStoreScalarElement(line)) return true;
         const ParsedAssignmentTarget& target = targets[0];
         std::vector<Variable> keys;
         if (!evaluateKeys(target, keys)) return true;

@@ -686,11 +686,14 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
             if (t && t->type == VarType::Table) {
                 auto it = t->asTable()->find(e.strings[nodeAt(e, callee.right).stringIndex]);
                 if (it != t->asTable()->end() && it->second.type == VarType::Function && it->second.asCallable() &&
-                    it->second.asCallable()->isNative && it->second.asCallable()->builtinId != kBuiltinNone) {
-                    CallablePtr function = it->second.asCallable();
-                    return dispatchBuiltinFast(function->builtinId, args, count);
-                }
+                    it->second.asCallable()->isNative && it->second.asCallable()->builtinId != kBuiltinNone)
+                    return dispatchBuiltinFast(it->second.asCallable()->builtinId, args, count);
             }
+        }
+        if (callee.kind == Kind::Variable) {
+            // Read in place: the call takes its own hold on the function before anything runs.
+            const Variable* function = resolveFast(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
+            return invokeCallableFast(function ? *function : Variable(), args, count);
         }
         Variable function = eval(node.left);
         if (shouldAbortForSoftRaisedError()) return Variable();

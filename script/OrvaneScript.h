@@ -476,6 +476,7 @@ private:
     // Assignment.
     Variable evaluateRange(const ParsedScriptLine& line, TokenRange range, const FastExpression* compiled);
     bool tryDirectSelect(const ParsedScriptLine& line, VariableArray& values);
+    bool tryStoreScalarElement(const ParsedScriptLine& line);
     void storeAssigned(const ParsedScriptLine& line, size_t nameToken, const Variable& value);
     void applyToTarget(const ParsedScriptLine& line, const ParsedAssignmentTarget& target,
                        const std::vector<Variable>& keys, char op, const Variable& value, Variable* readBack);
