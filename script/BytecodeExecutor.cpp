@@ -401,11 +401,10 @@ void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
     size_t nameToken = line.targets[0].nameToken;
     const std::string& name = tokens[nameToken];
     TokenAnalysis& analysis = analyses[nameToken];
+    char op = line.assignOperatorIndex < tokens.size() ? tokens[line.assignOperatorIndex][0] : '=';
 
     FastScalarValue scalar;
     bool isScalar = false;
-    char op = line.assignOperatorIndex < tokens.size() ? tokens[line.assignOperatorIndex][0] : '=';
-    Variable value;
     if (!line.singleCall.valid) {
         isScalar = tryEvaluateFastExpressionScalar(line.singleValue, tokens, analyses, scalar);
         if (isScalar && line.scopeTarget == kTargetPlain) {
@@ -417,6 +416,19 @@ void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
             }
             if (slot && tryApplyFastScalarOperationInPlace(*slot, op, scalar)) return;
         }
+    }
+    finishSimpleAssign(line, op, isScalar, scalar);
+}
+
+// The rest of SimpleAssign, out of the hot function: calls, non-scalar values, new variables.
+void OrvaneScript::finishSimpleAssign(const ParsedScriptLine& line, char op, bool isScalar, FastScalarValue scalar) {
+    const auto& tokens = line.tokens;
+    auto& analyses = line.analyses;
+    size_t nameToken = line.targets[0].nameToken;
+    const std::string& name = tokens[nameToken];
+    TokenAnalysis& analysis = analyses[nameToken];
+    Variable value;
+    if (!line.singleCall.valid) {
         if (!isScalar) value = evaluateFastExpressionNode(line.singleValue, line.singleValue.root, tokens, analyses);
     } else {
         const auto& argExpressions = line.singleCall.arguments;

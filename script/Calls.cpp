@@ -26,7 +26,12 @@ struct CallFrameGuard {
         const auto& parameters = function.parameters;
         Scope& scope = script.pushScope(script.nativeScopes);
         script.noteParameterNames(function);
-        for (size_t i = 0; i < parameters.size(); ++i) scope.push_back({parameters[i], i < count ? args[i] : Variable()});
+        for (size_t i = 0; i < parameters.size(); ++i) {
+            // Built in place: no temporary entry to move.
+            ScopeEntry& entry = scope.emplace_back();
+            entry.name = parameters[i];
+            if (i < count) entry.value = args[i];
+        }
         if (function.isVariadic) {
             size_t named = std::min(parameters.size(), count);
             script.varargStack.emplace_back(args + named, args + count);

@@ -64,12 +64,13 @@ struct StepCompiler {
         return true;
     }
 
-    // A leaf on the right is read by the step. A leaf on the left is read there too when the
-    // right is a leaf as well: nothing that could raise runs between, so reading it late is the same.
+    // A leaf operand is read by the step itself. Reading a left leaf after the right side has run
+    // changes nothing: the right side has no effects, and an error it raises is raised as well
+    // by the general evaluator, which the refusal of a non-scalar leaf leads to.
     bool binary(FastStepOp op, int32_t n) {
         int32_t l = at(n).left, r = at(n).right;
         if (l < 0 || r < 0) return false;
-        bool rightLeaf = isLeaf(r), leftLeaf = rightLeaf && isLeaf(l);
+        bool rightLeaf = isLeaf(r), leftLeaf = isLeaf(l);
         int popped = 0;
         if (!leftLeaf) { if (!emit(l)) return false; ++popped; }
         if (!rightLeaf) { if (!emit(r)) return false; ++popped; }

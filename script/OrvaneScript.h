@@ -81,6 +81,17 @@ struct RaisedScriptError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Names are short: a byte loop beats a call to memcmp on the hot resolution paths.
+inline bool sameName(const std::string& a, const std::string& b) {
+    size_t n = a.size();
+    if (n != b.size()) return false;
+    const char* x = a.data();
+    const char* y = b.data();
+    for (size_t i = 0; i < n; ++i)
+        if (x[i] != y[i]) return false;
+    return true;
+}
+
 struct ScopeEntry {
     std::string name;
     Variable value;
@@ -135,7 +146,7 @@ public:
         if (analysis.scopeKind == kScopeKindNative && localScopes.size() == localScopeBase && !fastCallable &&
             !nativeScopes.empty()) {
             Scope& scope = nativeScopes.back();
-            if (analysis.scopeSlot < scope.size() && scope[analysis.scopeSlot].name == name)
+            if (analysis.scopeSlot < scope.size() && sameName(scope[analysis.scopeSlot].name, name))
                 return &scope[analysis.scopeSlot].value;
         }
         return resolveVariableFastPtr(name, analysis);
@@ -275,6 +286,7 @@ public:
                             BlockSignal& signal, Variable& running, bool inlineForm);
     Variable runBlock(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunk, BlockSignal& signal);
     void executeSimpleAssign(const ParsedScriptLine& line);
+    void finishSimpleAssign(const ParsedScriptLine& line, char op, bool isScalar, FastScalarValue scalar);
     bool runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>& program, const ParsedScriptLine& line,
                                uint32_t chunk, int32_t first, int32_t last, int32_t step, BlockSignal& signal,
                                Variable& running, bool inlineForm);

@@ -52,7 +52,7 @@ Variable* OrvaneScript::globalSlotPtr(const std::string& name, TokenAnalysis* an
 
 static Variable* findInScope(Scope& scope, const std::string& name) {
     for (ScopeEntry& entry : scope)
-        if (entry.name == name) return &entry.value;
+        if (sameName(entry.name, name)) return &entry.value;
     return nullptr;
 }
 
@@ -91,7 +91,7 @@ Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAna
     case kScopeKindLocal:
         if (visibleLocals > 0) {
             Scope& scope = localScopes.back();
-            if (a.scopeSlot < scope.size() && scope[a.scopeSlot].name == name) return &scope[a.scopeSlot].value;
+            if (a.scopeSlot < scope.size() && sameName(scope[a.scopeSlot].name, name)) return &scope[a.scopeSlot].value;
         }
         break;
     case kScopeKindFastParam:
@@ -102,7 +102,7 @@ Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAna
     case kScopeKindNative:
         if (visibleLocals == 0 && !fastCallable && !nativeScopes.empty()) {
             Scope& scope = nativeScopes.back();
-            if (a.scopeSlot < scope.size() && scope[a.scopeSlot].name == name) return &scope[a.scopeSlot].value;
+            if (a.scopeSlot < scope.size() && sameName(scope[a.scopeSlot].name, name)) return &scope[a.scopeSlot].value;
         }
         break;
     default: break;
@@ -112,7 +112,7 @@ Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAna
     for (size_t i = localScopes.size(); i > localScopeBase; --i) {
         Scope& scope = localScopes[i - 1];
         for (size_t slot = 0; slot < scope.size(); ++slot) {
-            if (scope[slot].name != name) continue;
+            if (!sameName(scope[slot].name, name)) continue;
             if (i == localScopes.size()) {
                 a.scopeKind = kScopeKindLocal;
                 a.scopeDepth = 0;
@@ -134,7 +134,7 @@ Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAna
     for (size_t i = nativeScopes.size(); i > 0; --i) {
         Scope& scope = nativeScopes[i - 1];
         for (size_t slot = 0; slot < scope.size(); ++slot) {
-            if (scope[slot].name != name) continue;
+            if (!sameName(scope[slot].name, name)) continue;
             if (i == nativeScopes.size()) {
                 a.scopeKind = kScopeKindNative;
                 a.scopeDepth = 0;
