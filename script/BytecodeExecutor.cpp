@@ -161,6 +161,17 @@ bool OrvaneScript::executeInlineChunk(const std::shared_ptr<BytecodeProgram>& pr
     return true;
 }
 
+// A statement line of the shape `name[key] = value`, both compiled to steps.
+static bool isElementStore(const BytecodeProgram& p, uint32_t index) {
+    if (index >= p.lines.size()) return false;
+    const ParsedScriptLine& line = p.lines[index];
+    return line.prepared && line.isAssignment && line.targets.size() == 1 && line.valueRanges.size() == 1 &&
+           line.scopeTarget == kTargetPlain && line.assignOperatorIndex < line.tokens.size() &&
+           line.tokens[line.assignOperatorIndex] == "=" && line.targets[0].indexExpressions.size() == 1 &&
+           !line.targets[0].indexExpressions[0].steps.empty() && !line.valueExpressions.empty() &&
+           !line.valueExpressions[0].steps.empty();
+}
+
 void OrvaneScript::runInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
                                   BlockSignal& signal, Variable& running) {
     signal = BlockSignal::None;
@@ -176,6 +187,15 @@ void OrvaneScript::runInlineChunk(const std::shared_ptr<BytecodeProgram>& progra
             if (!line.tokens.empty() && !line.targets.empty()) {
                 executeSimpleAssign(line);
                 if (running.type != VarType::Nil) running = Variable();
+                ok = !shouldAbortForSoftRaisedError();
+            }
+        } else if (instruction.opcode == Opcode::Statement && isElementStore(p, instruction.a)) {
+            // `a[i] = x` with a number into an array: in place, or else as any statement.
+            const ParsedScriptLine& line = lineStep(p, instruction.a);
+            if (tryStoreScalarElement(line)) {
+                if (running.type != VarType::Nil) running = Variable();
+            } else {
+                running = executeStatement(line);
                 ok = !shouldAbortForSoftRaisedError();
             }
         } else {
@@ -412,6 +432,12 @@ void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
             Variable* slot = resolveExistingVariableFastMutable(name, analysis);
             if (slot && op == '=') {
                 assignFastScalarToVariable(*slot, scalar);
+                return;
+            }
+            if (slot && slot->type == VarType::Int && scalar.kind == FastScalarValue::Int && (op == '+' || op == '-')) {
+                // `k += 1`: the integer in place, wrapping as every integer operation does.
+                int32_t& value = *std::get_if<int32_t>(&slot->value);
+                value = wrapInt32(op == '+' ? int64_t(value) + scalar.intValue : int64_t(value) - scalar.intValue);
                 return;
             }
             if (slot && tryApplyFastScalarOperationInPlace(*slot, op, scalar)) return;

@@ -124,7 +124,8 @@ struct StepCompiler {
     }
 };
 
-bool compareInts(Kind kind, int32_t x, int32_t y) {
+template <typename Number>
+bool compareNumbers(Kind kind, Number x, Number y) {
     switch (kind) {
     case Kind::Eq: return x == y;
     case Kind::Ne: return x != y;
@@ -234,22 +235,30 @@ bool OrvaneScript::runFastSteps(const FastExpression& e, const std::vector<std::
                 FastScalarValue a, b;
                 if (!operand(step.right, b) || !operand(step.left, a)) return false;
                 FastScalarValue& s = slots[++top].scalar;
+                // The common kinds inline, with the general helpers' arithmetic: two integers in
+                // 32 bits, an integer and a float or two floats in double, narrowed to float.
+                bool ints = a.kind == FastScalarValue::Int && b.kind == FastScalarValue::Int;
+                bool numbers = (a.kind == FastScalarValue::Int || a.kind == FastScalarValue::Float) &&
+                               (b.kind == FastScalarValue::Int || b.kind == FastScalarValue::Float);
                 if (step.op == FastStepOp::Compare) {
                     bool result;
-                    if (a.kind == FastScalarValue::Int && b.kind == FastScalarValue::Int)
-                        result = compareInts(step.kind, a.intValue, b.intValue);
-                    else if (!compareScalars(step.kind, a, b, result))
-                        return false;
+                    if (ints) result = compareNumbers(step.kind, a.intValue, b.intValue);
+                    else if (numbers) result = compareNumbers(step.kind, fastScalarToDouble(a), fastScalarToDouble(b));
+                    else if (!compareScalars(step.kind, a, b, result)) return false;
                     s = FastScalarValue::makeBool(result);
                     break;
                 }
-                if (a.kind == FastScalarValue::Int && b.kind == FastScalarValue::Int) {
-                    // The common case without the general helper's conversions.
+                if (ints) {
                     int64_t x = a.intValue, y = b.intValue;
                     if (step.kind == Kind::Add) { s = FastScalarValue::makeInt(wrapInt32(x + y)); break; }
                     if (step.kind == Kind::Sub) { s = FastScalarValue::makeInt(wrapInt32(x - y)); break; }
                     if (step.kind == Kind::Mul) { s = FastScalarValue::makeInt(wrapInt32(x * y)); break; }
                     if (step.kind == Kind::Mod && y != 0) { s = FastScalarValue::makeInt(wrapInt32(x % y)); break; }
+                } else if (numbers) {
+                    double x = fastScalarToDouble(a), y = fastScalarToDouble(b);
+                    if (step.kind == Kind::Add) { s = FastScalarValue::makeFloat(float(x + y)); break; }
+                    if (step.kind == Kind::Sub) { s = FastScalarValue::makeFloat(float(x - y)); break; }
+                    if (step.kind == Kind::Mul) { s = FastScalarValue::makeFloat(float(x * y)); break; }
                 }
                 if (!applyScalarArithmetic(step.kind, a, b, s)) return false;
                 break;

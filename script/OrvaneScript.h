@@ -313,6 +313,10 @@ public:
     bool tryEvaluateFastExpressionScalar(const FastExpression& e, const std::vector<std::string>& tokens,
                                          std::vector<TokenAnalysis>& analyses, FastScalarValue& out) {
         if (!e.valid) return false;
+        if (e.steps.size() == 1 && e.steps[0].op == FastStepOp::Load && e.steps[0].left.from == FastOperand::Literal) {
+            out = e.steps[0].left.literal;  // `x = 0`, `k += 1`: nothing to run
+            return true;
+        }
         if (!e.steps.empty() && runFastSteps(e, tokens, analyses, out)) return true;
         return tryEvaluateFastExpressionScalarNode(e, e.root, tokens, analyses, out);
     }
