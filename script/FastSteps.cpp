@@ -1,6 +1,7 @@
 // The flat form of a call-free expression: postfix steps run over a small stack of scalars.
 // It answers exactly as the scalar evaluator does on the same tree; whenever it cannot (a
 // string key, a container value), it refuses, and having no calls it has caused nothing.
+#include <cstring>
 #include <stdexcept>
 
 #include "script/FastScalarOps.h"
@@ -136,6 +137,108 @@ bool compareNumbers(Kind kind, Number x, Number y) {
     }
 }
 
+// Inside the steps a scalar is one 64-bit word, the kind in the low byte and the payload in the
+// high half: it is stored and loaded whole, never half-written through memory.
+using Packed = uint64_t;
+
+Packed packed(uint8_t kind, uint32_t bits) { return kind | (uint64_t(bits) << 32); }
+uint8_t kindOf(Packed p) { return uint8_t(p); }
+int32_t intOf(Packed p) { return int32_t(uint32_t(p >> 32)); }
+float floatOf(Packed p) {
+    uint32_t bits = uint32_t(p >> 32);
+    float f;
+    std::memcpy(&f, &bits, sizeof f);
+    return f;
+}
+Packed packInt(int32_t v) { return packed(FastScalarValue::Int, uint32_t(v)); }
+Packed packFloat(float f) {
+    uint32_t bits;
+    std::memcpy(&bits, &f, sizeof bits);
+    return packed(FastScalarValue::Float, bits);
+}
+Packed packBool(bool b) { return packed(FastScalarValue::Bool, b ? 1 : 0); }
+const Packed kPackedNil = FastScalarValue::Nil;
+const Packed kRefused = FastScalarValue::None;
+
+Packed pack(const FastScalarValue& s) {
+    switch (s.kind) {
+    case FastScalarValue::Int: return packInt(s.intValue);
+    case FastScalarValue::Float: return packFloat(s.floatValue);
+    case FastScalarValue::Bool: return packBool(s.boolValue);
+    default: return s.kind;
+    }
+}
+
+FastScalarValue unpack(Packed p) {
+    switch (kindOf(p)) {
+    case FastScalarValue::Int: return FastScalarValue::makeInt(intOf(p));
+    case FastScalarValue::Float: return FastScalarValue::makeFloat(floatOf(p));
+    case FastScalarValue::Bool: return FastScalarValue::makeBool(p >> 32);
+    case FastScalarValue::Nil: return FastScalarValue::makeNil();
+    default: return FastScalarValue();
+    }
+}
+
+// A Variable as a packed scalar; refused for strings, containers and functions.
+Packed packVariable(const Variable& v) {
+    switch (v.type) {
+    case VarType::Nil: return kPackedNil;
+    case VarType::Int: return packInt(*std::get_if<int32_t>(&v.value));
+    case VarType::Float: return packFloat(*std::get_if<float>(&v.value));
+    case VarType::Bool: return packBool(*std::get_if<bool>(&v.value));
+    default: return kRefused;
+    }
+}
+
+bool isNumber(uint8_t kind) { return kind == FastScalarValue::Int || kind == FastScalarValue::Float; }
+double doubleOf(Packed p) { return kindOf(p) == FastScalarValue::Int ? double(intOf(p)) : double(floatOf(p)); }
+
+bool truthOf(Packed p) {
+    switch (kindOf(p)) {
+    case FastScalarValue::Int: case FastScalarValue::Bool: return (p >> 32) != 0;
+    case FastScalarValue::Float: return floatOf(p) != 0.0f;
+    default: return false;
+    }
+}
+
+// The rarer kinds go through the node evaluator's helpers, out of line.
+[[gnu::noinline]] Packed otherArithmetic(Kind kind, Packed a, Packed b) {
+    FastScalarValue result;
+    if (!applyScalarArithmetic(kind, unpack(a), unpack(b), result)) return kRefused;
+    return pack(result);
+}
+
+[[gnu::noinline]] Packed otherComparison(Kind kind, Packed a, Packed b) {
+    bool result;
+    if (!compareScalars(kind, unpack(a), unpack(b), result)) return kRefused;
+    return packBool(result);
+}
+
+// The common kinds inline, with the helpers' arithmetic: two integers in 32 bits, an integer and
+// a float or two floats in double, narrowed to float.
+Packed arithmetic(Kind kind, Packed a, Packed b) {
+    if (kindOf(a) == FastScalarValue::Int && kindOf(b) == FastScalarValue::Int) {
+        int64_t x = intOf(a), y = intOf(b);
+        if (kind == Kind::Add) return packInt(wrapInt32(x + y));
+        if (kind == Kind::Sub) return packInt(wrapInt32(x - y));
+        if (kind == Kind::Mul) return packInt(wrapInt32(x * y));
+        if (kind == Kind::Mod && y != 0) return packInt(remainderInt32(intOf(a), intOf(b)));
+    } else if (isNumber(kindOf(a)) && isNumber(kindOf(b))) {
+        double x = doubleOf(a), y = doubleOf(b);
+        if (kind == Kind::Add) return packFloat(float(x + y));
+        if (kind == Kind::Sub) return packFloat(float(x - y));
+        if (kind == Kind::Mul) return packFloat(float(x * y));
+    }
+    return otherArithmetic(kind, a, b);
+}
+
+Packed compare(Kind kind, Packed a, Packed b) {
+    if (kindOf(a) == FastScalarValue::Int && kindOf(b) == FastScalarValue::Int)
+        return packBool(compareNumbers(kind, intOf(a), intOf(b)));
+    if (isNumber(kindOf(a)) && isNumber(kindOf(b))) return packBool(compareNumbers(kind, doubleOf(a), doubleOf(b)));
+    return otherComparison(kind, a, b);
+}
+
 }  // namespace
 
 void compileFastSteps(FastExpression& expression) {
@@ -149,27 +252,16 @@ bool OrvaneScript::runFastSteps(const FastExpression& e, const std::vector<std::
                                 std::vector<TokenAnalysis>& analyses, FastScalarValue& out) {
     // Left uninitialised: a slot is written before it is read.
     union Slot {
-        Slot() {}
-        FastScalarValue scalar;
+        Packed scalar;
         const Variable* base;
     } slots[kFastStepStackSize];
     int top = -1;
-    // An operand: from the stack, or a leaf read now; false for a value that is no scalar.
-    auto operand = [&](const FastOperand& o, FastScalarValue& value) {
-        if (o.from == FastOperand::Literal) {
-            value = o.literal;
-            return true;
-        }
-        if (o.from == FastOperand::Stack) {
-            value = slots[top--].scalar;
-            return true;
-        }
+    // An operand: from the stack, or a leaf read now.
+    auto operand = [&](const FastOperand& o) -> Packed {
+        if (o.from == FastOperand::Literal) return pack(o.literal);
+        if (o.from == FastOperand::Stack) return slots[top--].scalar;
         const Variable* v = resolveFast(tokens[o.token], analyses[o.token]);
-        if (!v) {
-            value = FastScalarValue::makeNil();
-            return true;
-        }
-        return scalarFromVariable(*v, value);
+        return v ? packVariable(*v) : kPackedNil;
     };
     const FastStep* steps = e.steps.data();
     const size_t count = e.steps.size();
@@ -179,8 +271,8 @@ bool OrvaneScript::runFastSteps(const FastExpression& e, const std::vector<std::
             const FastStep& step = steps[i++];
             switch (step.op) {
             case FastStepOp::Load: {
-                FastScalarValue value;
-                if (!operand(step.left, value)) return false;
+                Packed value = operand(step.left);
+                if (value == kRefused) return false;
                 slots[++top].scalar = value;
                 break;
             }
@@ -191,17 +283,21 @@ bool OrvaneScript::runFastSteps(const FastExpression& e, const std::vector<std::
                 break;
             }
             case FastStepOp::Index: {
-                FastScalarValue key = slots[top--].scalar;
+                Packed key = slots[top--].scalar;
                 const Variable& base = *slots[top].base;
-                FastScalarValue& s = slots[top].scalar;
-                if (base.type == VarType::Array && key.kind == FastScalarValue::Int) {
+                Packed value;
+                if (base.type == VarType::Array && kindOf(key) == FastScalarValue::Int) {
                     const VariableArray& items = **std::get_if<ArrayPtr>(&base.value);
-                    if (key.intValue < 1) return false;
-                    if (size_t(key.intValue) > items.size()) s = FastScalarValue::makeNil();
-                    else if (!scalarFromVariable(items[size_t(key.intValue) - 1], s)) return false;
-                } else if (!tryFastScalarFromIndexedValue(base, fastScalarToVariable(key), s)) {
-                    return false;
+                    int32_t position = intOf(key);
+                    if (position < 1) return false;
+                    value = size_t(position) > items.size() ? kPackedNil : packVariable(items[size_t(position) - 1]);
+                } else {
+                    FastScalarValue element;
+                    if (!tryFastScalarFromIndexedValue(base, fastScalarToVariable(unpack(key)), element)) return false;
+                    value = pack(element);
                 }
+                if (value == kRefused) return false;
+                slots[top].scalar = value;
                 break;
             }
             case FastStepOp::IndexString: {
@@ -210,62 +306,44 @@ bool OrvaneScript::runFastSteps(const FastExpression& e, const std::vector<std::
                 const VariableTable& table = **std::get_if<TablePtr>(&base->value);
                 const FastExprNode& key = e.nodes[size_t(e.nodes[size_t(step.node)].right)];
                 auto it = table.find(e.strings[key.stringIndex]);
-                FastScalarValue& s = slots[++top].scalar;
-                if (it == table.end()) s = FastScalarValue::makeNil();
-                else if (!scalarFromVariable(it->second, s)) return false;
+                Packed value = it == table.end() ? kPackedNil : packVariable(it->second);
+                if (value == kRefused) return false;
+                slots[++top].scalar = value;
                 break;
             }
             case FastStepOp::Length: {
                 const Variable* v = resolveFast(tokens[step.token], analyses[step.token]);
-                slots[++top].scalar = FastScalarValue::makeInt(arrayLength(v ? *v : Variable()));
+                slots[++top].scalar = packInt(arrayLength(v ? *v : Variable()));
                 break;
             }
             case FastStepOp::Negate:
             case FastStepOp::Not: {
-                FastScalarValue value;
-                if (!operand(step.left, value)) return false;
-                FastScalarValue& s = slots[++top].scalar;
-                if (step.op == FastStepOp::Not) s = FastScalarValue::makeBool(!fastScalarIsTruthy(value));
-                else if (!negateScalar(value, s)) return false;
+                Packed value = operand(step.left);
+                if (value == kRefused) return false;
+                if (step.op == FastStepOp::Not) {
+                    value = packBool(!truthOf(value));
+                } else {
+                    FastScalarValue negated;
+                    if (!negateScalar(unpack(value), negated)) return false;
+                    value = pack(negated);
+                }
+                slots[++top].scalar = value;
                 break;
             }
             case FastStepOp::Arithmetic:
             case FastStepOp::Compare: {
                 // The right operand is the top of the stack when both come from there.
-                FastScalarValue a, b;
-                if (!operand(step.right, b) || !operand(step.left, a)) return false;
-                FastScalarValue& s = slots[++top].scalar;
-                // The common kinds inline, with the general helpers' arithmetic: two integers in
-                // 32 bits, an integer and a float or two floats in double, narrowed to float.
-                bool ints = a.kind == FastScalarValue::Int && b.kind == FastScalarValue::Int;
-                bool numbers = (a.kind == FastScalarValue::Int || a.kind == FastScalarValue::Float) &&
-                               (b.kind == FastScalarValue::Int || b.kind == FastScalarValue::Float);
-                if (step.op == FastStepOp::Compare) {
-                    bool result;
-                    if (ints) result = compareNumbers(step.kind, a.intValue, b.intValue);
-                    else if (numbers) result = compareNumbers(step.kind, fastScalarToDouble(a), fastScalarToDouble(b));
-                    else if (!compareScalars(step.kind, a, b, result)) return false;
-                    s = FastScalarValue::makeBool(result);
-                    break;
-                }
-                if (ints) {
-                    int64_t x = a.intValue, y = b.intValue;
-                    if (step.kind == Kind::Add) { s = FastScalarValue::makeInt(wrapInt32(x + y)); break; }
-                    if (step.kind == Kind::Sub) { s = FastScalarValue::makeInt(wrapInt32(x - y)); break; }
-                    if (step.kind == Kind::Mul) { s = FastScalarValue::makeInt(wrapInt32(x * y)); break; }
-                    if (step.kind == Kind::Mod && y != 0) { s = FastScalarValue::makeInt(wrapInt32(x % y)); break; }
-                } else if (numbers) {
-                    double x = fastScalarToDouble(a), y = fastScalarToDouble(b);
-                    if (step.kind == Kind::Add) { s = FastScalarValue::makeFloat(float(x + y)); break; }
-                    if (step.kind == Kind::Sub) { s = FastScalarValue::makeFloat(float(x - y)); break; }
-                    if (step.kind == Kind::Mul) { s = FastScalarValue::makeFloat(float(x * y)); break; }
-                }
-                if (!applyScalarArithmetic(step.kind, a, b, s)) return false;
+                Packed b = operand(step.right);
+                Packed a = operand(step.left);
+                if (a == kRefused || b == kRefused) return false;
+                Packed result = step.op == FastStepOp::Compare ? compare(step.kind, a, b) : arithmetic(step.kind, a, b);
+                if (result == kRefused) return false;
+                slots[++top].scalar = result;
                 break;
             }
             case FastStepOp::AndOr:
                 // Or keeps a true left operand, And a false one; otherwise the right side decides.
-                if ((step.kind == Kind::Or) == fastScalarIsTruthy(slots[top].scalar)) i = size_t(step.jump);
+                if ((step.kind == Kind::Or) == truthOf(slots[top].scalar)) i = size_t(step.jump);
                 else --top;
                 break;
             }
@@ -274,7 +352,7 @@ bool OrvaneScript::runFastSteps(const FastExpression& e, const std::vector<std::
         noteFastErrorToken(tokens, e, steps[i - 1].node);
         throw;
     }
-    out = slots[0].scalar;
+    out = unpack(slots[0].scalar);
     return true;
 }
 
