@@ -176,8 +176,9 @@ bool OrvaneScript::tryStoreScalarElement(const ParsedScriptLine& line) {
     const FastExpression& valueExpression = line.valueExpressions[0];
     if (keyExpression.steps.empty() || valueExpression.steps.empty()) return false;
     FastScalarValue key, value;
-    if (!runFastSteps(keyExpression, line.tokens, line.analyses, key) || key.kind != FastScalarValue::Int ||
-        !runFastSteps(valueExpression, line.tokens, line.analyses, value))
+    if (!tryEvaluateFastExpressionScalar(keyExpression, line.tokens, line.analyses, key) ||
+        key.kind != FastScalarValue::Int ||
+        !tryEvaluateFastExpressionScalar(valueExpression, line.tokens, line.analyses, value))
         return false;
     Variable* array = resolveFast(line.tokens[target.nameToken], line.analyses[target.nameToken]);
     if (!array || array->type != VarType::Array) return false;

@@ -79,19 +79,8 @@ Variable OrvaneScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
     if (uint64_t(chunk.firstInstruction) + chunk.instructionCount > program->instructions.size())
         throw std::runtime_error("Bytecode chunk range is out of bounds");
     Variable running;
-    const Instruction* code = program->instructions.data() + chunk.firstInstruction;
     try {
-        for (uint32_t i = 0; i < chunk.instructionCount; ++i) {
-            rethrowPendingCoroutineException();
-            if (shouldAbortForSoftRaisedError()) return Variable();
-            bool ok;
-            {
-                CoroutineTurnGuard turn(*this);
-                ok = executeInstruction(program, code[i], signal, running, false);
-            }
-            if (!ok) return Variable();
-            if (signal != BlockSignal::None) return running;
-        }
+        if (!runChunkInstructions(program, chunk, signal, running)) return Variable();
     } catch (const std::exception& e) {
         if (std::string_view(e.what()).starts_with(kErrorPrefix)) throw;
         std::string near = !nearToken.empty() ? nearToken
@@ -102,10 +91,37 @@ Variable OrvaneScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
     return running;
 }
 
+// The instruction walk of the general form; false when a soft error ends it with nil.
+bool OrvaneScript::runChunkInstructions(const std::shared_ptr<BytecodeProgram>& program, const BytecodeChunk& chunk,
+                                        BlockSignal& signal, Variable& running) {
+    const Instruction* code = program->instructions.data() + chunk.firstInstruction;
+    for (uint32_t i = 0; i < chunk.instructionCount; ++i) {
+        rethrowPendingCoroutineException();
+        if (shouldAbortForSoftRaisedError()) return false;
+        bool ok;
+        {
+            CoroutineTurnGuard turn(*this);
+            ok = executeInstruction(program, code[i], signal, running, false);
+        }
+        if (!ok) return false;
+        if (signal != BlockSignal::None) return true;
+    }
+    return true;
+}
+
 Variable OrvaneScript::runBlock(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunk, BlockSignal& signal) {
     Variable running;
     if (localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk)) {
         runInlineChunk(program, chunk, signal, running);
+        if (shouldAbortForSoftRaisedError()) return Variable();
+        return running;
+    }
+    const BytecodeProgram& p = *program;
+    if (localScopes.size() <= localScopeBase && chunk < p.chunks.size() && !p.chunks[chunk].hasLocalDeclarations &&
+        uint64_t(p.chunks[chunk].firstInstruction) + p.chunks[chunk].instructionCount <= p.instructions.size()) {
+        // A block that would push no scope (an `if` branch that returns, say) runs in the activation
+        // of its parent, whose handler turns its errors into the same located texts.
+        if (!runChunkInstructions(program, p.chunks[chunk], signal, running)) return Variable();
         if (shouldAbortForSoftRaisedError()) return Variable();
         return running;
     }

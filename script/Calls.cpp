@@ -163,7 +163,7 @@ Variable OrvaneScript::callScriptFunction(const CallablePtr& function, const Var
     BlockSignal signal = BlockSignal::None;
     Variable result;
     {
-        LocationGuard location(*this);
+        LocationGuard location(*this, LocationGuard::Take{});
         CallFrameGuard frame(*this, *function, args, count);
         if (function->bytecode && !referenceRoute) {
             result = executeBytecodeChunk(function->bytecode, function->chunkIndex, signal);

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "script/FastExpression.h"
+#include "script/FastScalarOps.h"
 #include "script/ParsedLine.h"
 #include "script/Variable.h"
 
@@ -70,6 +71,7 @@ void prepareFastCallableBody(ScriptCallable& callable);
 
 // The message of an `error` or failed `assert` outside any pcall.
 struct BytecodeProgram;
+struct BytecodeChunk;
 struct Instruction;
 struct CoroutineState;
 
@@ -285,6 +287,8 @@ public:
     bool executeInstruction(const std::shared_ptr<BytecodeProgram>& program, const Instruction& instruction,
                             BlockSignal& signal, Variable& running, bool inlineForm);
     Variable runBlock(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunk, BlockSignal& signal);
+    bool runChunkInstructions(const std::shared_ptr<BytecodeProgram>& program, const BytecodeChunk& chunk,
+                              BlockSignal& signal, Variable& running);
     void executeSimpleAssign(const ParsedScriptLine& line);
     void finishSimpleAssign(const ParsedScriptLine& line, char op, bool isScalar, FastScalarValue scalar);
     bool runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>& program, const ParsedScriptLine& line,
@@ -313,9 +317,19 @@ public:
     bool tryEvaluateFastExpressionScalar(const FastExpression& e, const std::vector<std::string>& tokens,
                                          std::vector<TokenAnalysis>& analyses, FastScalarValue& out) {
         if (!e.valid) return false;
-        if (e.steps.size() == 1 && e.steps[0].op == FastStepOp::Load && e.steps[0].left.from == FastOperand::Literal) {
-            out = e.steps[0].left.literal;  // `x = 0`, `k += 1`: nothing to run
-            return true;
+        if (e.steps.size() == 1 && e.steps[0].op == FastStepOp::Load) {
+            // `x = 0`, `k += 1`, `a[j]`: one leaf, read here.
+            const FastOperand& leaf = e.steps[0].left;
+            if (leaf.from == FastOperand::Literal) {
+                out = leaf.literal;
+                return true;
+            }
+            const Variable* v = resolveFast(tokens[leaf.token], analyses[leaf.token]);
+            if (!v) {
+                out = FastScalarValue::makeNil();
+                return true;
+            }
+            return scalarFromVariable(*v, out);
         }
         if (!e.steps.empty() && runFastSteps(e, tokens, analyses, out)) return true;
         return tryEvaluateFastExpressionScalarNode(e, e.root, tokens, analyses, out);
@@ -573,6 +587,15 @@ struct LocationGuard {
     explicit LocationGuard(OrvaneScript& s)
         : script(s), lineNumber(s.currentLineNumber), tokenIndex(s.currentTokenIndex), line(s.currentLine),
           sourceText(s.currentSourceText), near(s.nearToken), nearFromFast(s.nearTokenFromFast) {}
+    // For a script call, whose first line records its own location before anything reads it:
+    // the texts move out instead of being copied, and come back on every exit.
+    struct Take {};
+    LocationGuard(OrvaneScript& s, Take)
+        : script(s), lineNumber(s.currentLineNumber), tokenIndex(s.currentTokenIndex), line(s.currentLine),
+          sourceText(std::move(s.currentSourceText)), near(std::move(s.nearToken)), nearFromFast(s.nearTokenFromFast) {
+        s.currentSourceText.clear();
+        s.nearToken.clear();
+    }
     ~LocationGuard() {
         script.currentLineNumber = lineNumber;
         script.currentTokenIndex = tokenIndex;
