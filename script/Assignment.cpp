@@ -166,8 +166,8 @@ bool OrvaneScript::tryDirectSelect(const ParsedScriptLine& line, VariableArray& 
     return true;
 }
 
-// `a[i] = x` on an existing array with i inside it and a number for x: the element changes in
-// place. False, having changed nothing, for every other case.
+// `a[i] = x` on an existing array with i inside it, or just past its end, and a number for x: the
+// element changes in place, or is appended. False, having changed nothing, for every other case.
 bool OrvaneScript::tryStoreScalarElement(const ParsedScriptLine& line) {
     const ParsedAssignmentTarget& target = line.targets[0];
     if (target.indexExpressions.size() != 1 || target.indexRanges.size() != 1 || line.valueExpressions.empty())
@@ -183,7 +183,9 @@ bool OrvaneScript::tryStoreScalarElement(const ParsedScriptLine& line) {
     Variable* array = resolveFast(line.tokens[target.nameToken], line.analyses[target.nameToken]);
     if (!array || array->type != VarType::Array) return false;
     VariableArray& items = **std::get_if<ArrayPtr>(&array->value);
-    if (key.intValue < 1 || size_t(key.intValue) > items.size()) return false;
+    if (key.intValue < 1 || size_t(key.intValue) > items.size() + 1 || size_t(key.intValue) > kMaxArrayGrowth)
+        return false;
+    if (size_t(key.intValue) == items.size() + 1) items.emplace_back();
     assignFastScalarToVariable(items[size_t(key.intValue) - 1], value);
     return true;
 }

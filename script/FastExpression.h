@@ -93,6 +93,9 @@ struct FastExpression {
     std::vector<int32_t> callArgs;
     std::vector<FastExprNode> nodes;
     std::vector<FastStep> steps;  // empty when the tree has a call, a string or a deep stack
+    // Calls of a plain name that the scalar evaluator meets whatever the values: on the way from the
+    // root through arithmetic, comparisons and `not` only. Where one names no native, it refuses.
+    std::vector<int32_t> trunkCalls;
 };
 
 struct FastCallExpression {

@@ -241,11 +241,42 @@ Packed compare(Kind kind, Packed a, Packed b) {
 
 }  // namespace
 
+static void collectTrunkCalls(FastExpression& e, int32_t n) {
+    if (n < 0 || size_t(n) >= e.nodes.size()) return;
+    const FastExprNode& node = e.nodes[size_t(n)];
+    switch (node.kind) {
+    case Kind::Call:
+        if (node.left >= 0 && e.nodes[size_t(node.left)].kind == Kind::Variable) e.trunkCalls.push_back(n);
+        return;
+    case Kind::Negate: case Kind::Not: collectTrunkCalls(e, node.left); return;
+    case Kind::Add: case Kind::Sub: case Kind::Mul: case Kind::Div: case Kind::IntDiv: case Kind::Mod:
+    case Kind::Pow: case Kind::Eq: case Kind::Ne: case Kind::Lt: case Kind::Gt: case Kind::Le: case Kind::Ge:
+        collectTrunkCalls(e, node.left);
+        collectTrunkCalls(e, node.right);
+        return;
+    default: return;  // `and`/`or` may never reach a call; an index or a length may take another route
+    }
+}
+
 void compileFastSteps(FastExpression& expression) {
     expression.steps.clear();
+    expression.trunkCalls.clear();
     if (!expression.valid) return;
+    if (expression.nodes[size_t(expression.root)].flags & kFastExprNodeHasCall) collectTrunkCalls(expression, expression.root);
     StepCompiler compiler{expression, {}};
     if (compiler.emit(expression.root) && !compiler.overflow) expression.steps = std::move(compiler.steps);
+}
+
+// True when the scalar evaluator would certainly refuse the expression: a call on its trunk names
+// no native function, so the general evaluator may start at once. Reading a name has no effects.
+bool OrvaneScript::scalarRefusesCall(const FastExpression& e, const std::vector<std::string>& tokens,
+                                     std::vector<TokenAnalysis>& analyses) {
+    for (int32_t call : e.trunkCalls) {
+        const FastExprNode& callee = e.nodes[size_t(e.nodes[size_t(call)].left)];
+        const Variable* f = resolveFast(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
+        if (!f || f->type != VarType::Function || !f->asCallable() || !f->asCallable()->isNative) return true;
+    }
+    return false;
 }
 
 bool OrvaneScript::runFastSteps(const FastExpression& e, const std::vector<std::string>& tokens,

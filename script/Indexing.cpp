@@ -6,7 +6,6 @@
 
 namespace orvane {
 
-constexpr size_t kMaxArrayGrowth = size_t(1) << 24;
 
 void OrvaneScript::promoteArrayVariableToTable(Variable& variable) {
     VariableTable table;

@@ -94,6 +94,9 @@ inline bool sameName(const std::string& a, const std::string& b) {
     return true;
 }
 
+// How far an index may grow an array: a stray huge index must not exhaust memory.
+constexpr size_t kMaxArrayGrowth = size_t(1) << 24;
+
 struct ScopeEntry {
     std::string name;
     Variable value;
@@ -332,6 +335,7 @@ public:
             return scalarFromVariable(*v, out);
         }
         if (!e.steps.empty() && runFastSteps(e, tokens, analyses, out)) return true;
+        if (!e.trunkCalls.empty() && scalarRefusesCall(e, tokens, analyses)) return false;
         return tryEvaluateFastExpressionScalarNode(e, e.root, tokens, analyses, out);
     }
     Variable evaluateFastExpressionNode(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
@@ -367,6 +371,8 @@ public:
     // The flat steps of a call-free expression; false where the scalar evaluator must answer.
     bool runFastSteps(const FastExpression& e, const std::vector<std::string>& tokens,
                       std::vector<TokenAnalysis>& analyses, FastScalarValue& out);
+    bool scalarRefusesCall(const FastExpression& e, const std::vector<std::string>& tokens,
+                           std::vector<TokenAnalysis>& analyses);
     void noteFastErrorToken(const std::vector<std::string>& tokens, const FastExpression& e, int32_t node);
     bool nearTokenFromFast = false;
     // Raised whenever a scope entry appears under the name of a global: a token that found a
