@@ -177,17 +177,6 @@ bool OrvaneScript::executeInlineChunk(const std::shared_ptr<BytecodeProgram>& pr
     return true;
 }
 
-// A statement line of the shape `name[key] = value`, both compiled to steps.
-static bool isElementStore(const BytecodeProgram& p, uint32_t index) {
-    if (index >= p.lines.size()) return false;
-    const ParsedScriptLine& line = p.lines[index];
-    return line.prepared && line.isAssignment && line.targets.size() == 1 && line.valueRanges.size() == 1 &&
-           line.scopeTarget == kTargetPlain && line.assignOperatorIndex < line.tokens.size() &&
-           line.tokens[line.assignOperatorIndex] == "=" && line.targets[0].indexExpressions.size() == 1 &&
-           !line.targets[0].indexExpressions[0].steps.empty() && !line.valueExpressions.empty() &&
-           !line.valueExpressions[0].steps.empty();
-}
-
 void OrvaneScript::runInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
                                   BlockSignal& signal, Variable& running) {
     signal = BlockSignal::None;
@@ -205,7 +194,8 @@ void OrvaneScript::runInlineChunk(const std::shared_ptr<BytecodeProgram>& progra
                 if (running.type != VarType::Nil) running = Variable();
                 ok = !shouldAbortForSoftRaisedError();
             }
-        } else if (instruction.opcode == Opcode::Statement && isElementStore(p, instruction.a)) {
+        } else if (instruction.opcode == Opcode::Statement && instruction.a < p.lines.size() &&
+                   p.lines[instruction.a].storesElement) {
             // `a[i] = x` with a number into an array: in place, or else as any statement.
             const ParsedScriptLine& line = lineStep(p, instruction.a);
             if (tryStoreScalarElement(line)) {

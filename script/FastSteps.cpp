@@ -279,8 +279,28 @@ bool OrvaneScript::scalarRefusesCall(const FastExpression& e, const std::vector<
     return false;
 }
 
-bool OrvaneScript::runFastSteps(const FastExpression& e, const std::vector<std::string>& tokens,
-                                std::vector<TokenAnalysis>& analyses, FastScalarValue& out) {
+bool OrvaneScript::runLeafFastStep(const FastExpression& e, const std::vector<std::string>& tokens,
+                                   std::vector<TokenAnalysis>& analyses, FastScalarValue& out) try {
+    const FastStep& step = e.steps[0];
+    auto leaf = [&](const FastOperand& o) -> Packed {
+        if (o.from == FastOperand::Literal) return pack(o.literal);
+        const Variable* v = resolveFast(tokens[o.token], analyses[o.token]);
+        return v ? packVariable(*v) : kPackedNil;
+    };
+    Packed b = leaf(step.right);
+    Packed a = leaf(step.left);
+    if (a == kRefused || b == kRefused) return false;
+    Packed result = step.op == FastStepOp::Compare ? compare(step.kind, a, b) : arithmetic(step.kind, a, b);
+    if (result == kRefused) return false;
+    out = unpack(result);
+    return true;
+} catch (const std::exception&) {
+    noteFastErrorToken(tokens, e, e.steps[0].node);
+    throw;
+}
+
+bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vector<std::string>& tokens,
+                                       std::vector<TokenAnalysis>& analyses, FastScalarValue& out) {
     // Left uninitialised: a slot is written before it is read.
     union Slot {
         Packed scalar;

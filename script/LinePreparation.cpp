@@ -96,6 +96,10 @@ void compileAssignment(ParsedScriptLine& line) {
     for (const TokenRange& range : line.valueRanges) line.valueExpressions.push_back(compileRange(line, range));
     for (ParsedAssignmentTarget& target : line.targets)
         for (const TokenRange& range : target.indexRanges) target.indexExpressions.push_back(compileRange(line, range));
+    line.storesElement = line.targets.size() == 1 && line.targets[0].indexExpressions.size() == 1 &&
+                         line.valueExpressions.size() == 1 && line.scopeTarget == 0 &&
+                         line.assignOperatorIndex < line.tokens.size() && line.tokens[line.assignOperatorIndex] == "=" &&
+                         !line.targets[0].indexExpressions[0].steps.empty() && !line.valueExpressions[0].steps.empty();
     if (line.targets.size() == 1 && line.targets[0].indexRanges.empty() && line.valueRanges.size() == 1) {
         line.singleValue = line.valueExpressions[0];
         line.singleCall = compileFastCallExpressionRange(line.tokens, line.analyses, line.valueRanges[0].first,

@@ -84,6 +84,8 @@ struct ParsedScriptLine {
     std::vector<FastExpression> valueExpressions;
     FastExpression singleValue;
     FastCallExpression singleCall;
+    // `name[key] = value` with key and value compiled to steps: an array element may take it in place.
+    bool storesElement = false;
     FastExpression condition;
     FastExpression statement;
     std::vector<FastExpression> returnValues;
