@@ -215,6 +215,7 @@ void prepareParsedLines(std::vector<ParsedScriptLine>& lines, bool compile) {
         line.valueExpressions.clear();
         line.singleValue = {};
         line.singleCall = {};
+        line.storesElement = false;
         line.condition = {};
         line.statement = {};
         line.returnValues.clear();
