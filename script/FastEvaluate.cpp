@@ -585,9 +585,17 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
         }
         if (!(node.flags & (kFastExprNodeMayFloat | kFastExprNodeHasCall)) && node.kind != Kind::Div &&
             node.kind != Kind::Pow) {
-            // Integer operands need no Variable at all.
-            int32_t value;
-            if (tryEvaluateFastExpressionIntNode(e, n, tokens, analyses, value)) return Variable(value);
+            // Integer operands need no Variable at all. Where the subtree has steps, they answer
+            // integers as the integer evaluator does; a float or a refusal goes on below.
+            if (size_t(n) < e.subtreeSteps.size() && e.subtreeSteps[size_t(n)] >= 0) {
+                FastScalarValue value;
+                const auto& steps = e.subtreeStepLists[size_t(e.subtreeSteps[size_t(n)])];
+                if (runStepList(e, steps, tokens, analyses, value) && value.kind == FastScalarValue::Int)
+                    return Variable(value.intValue);
+            } else {
+                int32_t value;
+                if (tryEvaluateFastExpressionIntNode(e, n, tokens, analyses, value)) return Variable(value);
+            }
         }
         Variable left = eval(node.left);
         if (shouldAbortForSoftRaisedError()) return Variable();

@@ -96,6 +96,9 @@ struct FastExpression {
     // Calls of a plain name that the scalar evaluator meets whatever the values: on the way from the
     // root through arithmetic, comparisons and `not` only. Where one names no native, it refuses.
     std::vector<int32_t> trunkCalls;
+    // For an expression with calls: per node, the index of its own steps in subtreeStepLists, or -1.
+    std::vector<int32_t> subtreeSteps;
+    std::vector<std::vector<FastStep>> subtreeStepLists;
 };
 
 struct FastCallExpression {

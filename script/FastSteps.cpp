@@ -216,7 +216,7 @@ bool truthOf(Packed p) {
 
 // The common kinds inline, with the helpers' arithmetic: two integers in 32 bits, an integer and
 // a float or two floats in double, narrowed to float.
-Packed arithmetic(Kind kind, Packed a, Packed b) {
+[[gnu::always_inline]] inline Packed arithmetic(Kind kind, Packed a, Packed b) {
     if (kindOf(a) == FastScalarValue::Int && kindOf(b) == FastScalarValue::Int) {
         int64_t x = intOf(a), y = intOf(b);
         if (kind == Kind::Add) return packInt(wrapInt32(x + y));
@@ -232,7 +232,7 @@ Packed arithmetic(Kind kind, Packed a, Packed b) {
     return otherArithmetic(kind, a, b);
 }
 
-Packed compare(Kind kind, Packed a, Packed b) {
+[[gnu::always_inline]] inline Packed compare(Kind kind, Packed a, Packed b) {
     if (kindOf(a) == FastScalarValue::Int && kindOf(b) == FastScalarValue::Int)
         return packBool(compareNumbers(kind, intOf(a), intOf(b)));
     if (isNumber(kindOf(a)) && isNumber(kindOf(b))) return packBool(compareNumbers(kind, doubleOf(a), doubleOf(b)));
@@ -258,11 +258,41 @@ static void collectTrunkCalls(FastExpression& e, int32_t n) {
     }
 }
 
+// Steps for the arithmetic between the calls of an expression that has calls, such as the
+// `n - 1` of `f(n - 1) + f(n - 2)`: the general evaluator takes their integer answers.
+static void compileSubtreeSteps(FastExpression& e, int32_t n) {
+    if (n < 0 || size_t(n) >= e.nodes.size()) return;
+    const FastExprNode& node = e.nodes[size_t(n)];
+    bool arithmetic = node.kind == Kind::Add || node.kind == Kind::Sub || node.kind == Kind::Mul ||
+                      node.kind == Kind::IntDiv || node.kind == Kind::Mod;
+    if (!(node.flags & kFastExprNodeHasCall)) {
+        if (!arithmetic || (node.flags & kFastExprNodeMayFloat)) return;
+        StepCompiler compiler{e, {}};
+        if (!compiler.emit(n) || compiler.overflow) return;
+        if (e.subtreeSteps.empty()) e.subtreeSteps.assign(e.nodes.size(), -1);
+        e.subtreeSteps[size_t(n)] = int32_t(e.subtreeStepLists.size());
+        e.subtreeStepLists.push_back(std::move(compiler.steps));
+        return;
+    }
+    if (node.kind == Kind::Call) {
+        for (int32_t i = 0; i < node.intValue; ++i) compileSubtreeSteps(e, e.callArgs[size_t(node.right + i)]);
+        return;
+    }
+    compileSubtreeSteps(e, node.left);
+    if (node.kind != Kind::Index) compileSubtreeSteps(e, node.right);
+}
+
 void compileFastSteps(FastExpression& expression) {
     expression.steps.clear();
     expression.trunkCalls.clear();
+    expression.subtreeSteps.clear();
+    expression.subtreeStepLists.clear();
     if (!expression.valid) return;
-    if (expression.nodes[size_t(expression.root)].flags & kFastExprNodeHasCall) collectTrunkCalls(expression, expression.root);
+    if (expression.nodes[size_t(expression.root)].flags & kFastExprNodeHasCall) {
+        collectTrunkCalls(expression, expression.root);
+        compileSubtreeSteps(expression, expression.root);
+        return;
+    }
     StepCompiler compiler{expression, {}};
     if (compiler.emit(expression.root) && !compiler.overflow) expression.steps = std::move(compiler.steps);
 }
@@ -279,9 +309,9 @@ bool OrvaneScript::scalarRefusesCall(const FastExpression& e, const std::vector<
     return false;
 }
 
-bool OrvaneScript::runLeafFastStep(const FastExpression& e, const std::vector<std::string>& tokens,
-                                   std::vector<TokenAnalysis>& analyses, FastScalarValue& out) try {
-    const FastStep& step = e.steps[0];
+bool OrvaneScript::runLeafFastStep(const FastExpression& e, const FastStep& step,
+                                   const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
+                                   FastScalarValue& out) try {
     auto leaf = [&](const FastOperand& o) -> Packed {
         if (o.from == FastOperand::Literal) return pack(o.literal);
         const Variable* v = resolveFast(tokens[o.token], analyses[o.token]);
@@ -295,12 +325,13 @@ bool OrvaneScript::runLeafFastStep(const FastExpression& e, const std::vector<st
     out = unpack(result);
     return true;
 } catch (const std::exception&) {
-    noteFastErrorToken(tokens, e, e.steps[0].node);
+    noteFastErrorToken(tokens, e, step.node);
     throw;
 }
 
-bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vector<std::string>& tokens,
-                                       std::vector<TokenAnalysis>& analyses, FastScalarValue& out) {
+bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vector<FastStep>& list,
+                                       const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
+                                       FastScalarValue& out) {
     // Left uninitialised: a slot is written before it is read.
     union Slot {
         Packed scalar;
@@ -314,8 +345,8 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
         const Variable* v = resolveFast(tokens[o.token], analyses[o.token]);
         return v ? packVariable(*v) : kPackedNil;
     };
-    const FastStep* steps = e.steps.data();
-    const size_t count = e.steps.size();
+    const FastStep* steps = list.data();
+    const size_t count = list.size();
     size_t i = 0;
     try {
         while (i < count) {

@@ -371,16 +371,22 @@ public:
     // The flat steps of a call-free expression; false where the scalar evaluator must answer.
     bool runFastSteps(const FastExpression& e, const std::vector<std::string>& tokens,
                       std::vector<TokenAnalysis>& analyses, FastScalarValue& out) {
-        // One operation on two leaves (`j <= n`, `i % 7`) needs no stack.
-        if (e.steps.size() == 1 &&
-            (e.steps[0].op == FastStepOp::Arithmetic || e.steps[0].op == FastStepOp::Compare))
-            return runLeafFastStep(e, tokens, analyses, out);
-        return runFastStepsOnStack(e, tokens, analyses, out);
+        return runStepList(e, e.steps, tokens, analyses, out);
     }
-    bool runLeafFastStep(const FastExpression& e, const std::vector<std::string>& tokens,
+    // Steps of the expression or of one of its subtrees.
+    bool runStepList(const FastExpression& e, const std::vector<FastStep>& steps,
+                     const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
+                     FastScalarValue& out) {
+        // One operation on two leaves (`j <= n`, `i % 7`) needs no stack.
+        if (steps.size() == 1 && (steps[0].op == FastStepOp::Arithmetic || steps[0].op == FastStepOp::Compare))
+            return runLeafFastStep(e, steps[0], tokens, analyses, out);
+        return runFastStepsOnStack(e, steps, tokens, analyses, out);
+    }
+    bool runLeafFastStep(const FastExpression& e, const FastStep& step, const std::vector<std::string>& tokens,
                          std::vector<TokenAnalysis>& analyses, FastScalarValue& out);
-    bool runFastStepsOnStack(const FastExpression& e, const std::vector<std::string>& tokens,
-                             std::vector<TokenAnalysis>& analyses, FastScalarValue& out);
+    bool runFastStepsOnStack(const FastExpression& e, const std::vector<FastStep>& steps,
+                             const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
+                             FastScalarValue& out);
     bool scalarRefusesCall(const FastExpression& e, const std::vector<std::string>& tokens,
                            std::vector<TokenAnalysis>& analyses);
     void noteFastErrorToken(const std::vector<std::string>& tokens, const FastExpression& e, int32_t node);

@@ -147,3 +147,30 @@ TEST(FastSteps, DeepExpressionsKeepToTheNodes) {
     Compiled flat = compile("a + a + a + a + a + a + a + a + a + a + a + a + a + a + a + a + a + a + a + a");
     EXPECT_FALSE(flat.expression.steps.empty());
 }
+
+TEST(FastSteps, ArithmeticBetweenCallsGivesWhatTheNodesGive) {
+    OrvaneScript script;
+    setGlobals(script);
+    script.pushFunction("id", [](const VariableArray& args) { return args.empty() ? Variable() : args[0]; });
+    auto describeRun = [&](Compiled& c) {
+        try {
+            return script.evaluateFastExpressionNode(c.expression, c.expression.root, c.tokens, c.analyses).toString();
+        } catch (const std::exception& e) {
+            return std::string("error ") + e.what();
+        }
+    };
+    int withSteps = 0;
+    for (const char* text : {"id(a - 1) + id(b * 2)", "id(f - 1)", "id(t + 1)", "id(big + 1)", "id(a % z)",
+                             "id(s - 1)", "id(a \\ 2) * id(-a % 3)", "id(arr[1] + 1)", "id(missing + 1)",
+                             "id(#arr - 1)", "id(f \\ 2)", "id(g % 0)"}) {
+        SCOPED_TRACE(text);
+        Compiled stepped = compile(text);
+        ASSERT_TRUE(stepped.expression.valid);
+        if (!stepped.expression.subtreeStepLists.empty()) ++withSteps;
+        Compiled plain = compile(text);
+        plain.expression.subtreeSteps.clear();
+        plain.expression.subtreeStepLists.clear();
+        EXPECT_EQ(describeRun(stepped), describeRun(plain));
+    }
+    EXPECT_GT(withSteps, 8);
+}
