@@ -262,13 +262,15 @@ bool OrvaneScript::executeInstruction(const std::shared_ptr<BytecodeProgram>& pr
             throw std::runtime_error(inlineForm ? "Inline bytecode while-loop index out of range"
                                                 : "Bytecode while-loop index out of range");
         const BytecodeWhileLoop& loop = p.whileLoops[instruction.a];
+        Variable value;  // taken only on a Return, so one serves every iteration
         for (;;) {
             const ParsedScriptLine& line = lineStep(p, loop.line);
             bool holds = evaluateLineCondition(line, "while");
             if (shouldAbortForSoftRaisedError()) return false;
             if (!holds) return true;
             BlockSignal inner = BlockSignal::None;
-            Variable value = body(loop.chunk, inner);
+            if (inlineForm) runInlineChunk(program, loop.chunk, inner, value);
+            else value = runBlock(program, loop.chunk, inner);
             if (shouldAbortForSoftRaisedError()) return false;
             if (inner == BlockSignal::Return) {
                 signal = inner;

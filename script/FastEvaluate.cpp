@@ -25,17 +25,6 @@ int32_t wrap(int64_t v) { return wrapInt32(v); }
 
 Variable scalarToVariable(const FastScalarValue& s) { return fastScalarToVariable(s); }
 
-bool compareInts(Kind kind, int32_t a, int32_t b) {
-    switch (kind) {
-    case Kind::Eq: return a == b;
-    case Kind::Ne: return a != b;
-    case Kind::Lt: return a < b;
-    case Kind::Gt: return a > b;
-    case Kind::Le: return a <= b;
-    default: return a >= b;
-    }
-}
-
 char operatorChar(Kind k) {
     switch (k) {
     case Kind::Add: return '+';
@@ -272,7 +261,7 @@ bool OrvaneScript::tryEvaluateFastExpressionBoolNode(const FastExpression& e, in
             int32_t a, b;
             if (tryEvaluateFastExpressionIntNode(e, node.left, tokens, analyses, a) &&
                 tryEvaluateFastExpressionIntNode(e, node.right, tokens, analyses, b)) {
-                out = compareInts(node.kind, a, b);
+                out = compareNumbers(node.kind, a, b);
                 return true;
             }
         }

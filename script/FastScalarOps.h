@@ -53,6 +53,19 @@ inline void assignFastScalarToVariable(Variable& variable, const FastScalarValue
 bool applyScalarArithmetic(FastExprNodeKind kind, const FastScalarValue& a, const FastScalarValue& b,
                            FastScalarValue& out);
 
+// A comparison node's operator on two numbers of one type.
+template <typename Number>
+bool compareNumbers(FastExprNodeKind kind, Number x, Number y) {
+    switch (kind) {
+    case FastExprNodeKind::Eq: return x == y;
+    case FastExprNodeKind::Ne: return x != y;
+    case FastExprNodeKind::Lt: return x < y;
+    case FastExprNodeKind::Gt: return x > y;
+    case FastExprNodeKind::Le: return x <= y;
+    default: return x >= y;
+    }
+}
+
 // == != < > <= >=; false when the kinds don't allow the comparison.
 bool compareScalars(FastExprNodeKind kind, const FastScalarValue& a, const FastScalarValue& b, bool& out);
 

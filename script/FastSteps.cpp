@@ -125,18 +125,6 @@ struct StepCompiler {
     }
 };
 
-template <typename Number>
-bool compareNumbers(Kind kind, Number x, Number y) {
-    switch (kind) {
-    case Kind::Eq: return x == y;
-    case Kind::Ne: return x != y;
-    case Kind::Lt: return x < y;
-    case Kind::Gt: return x > y;
-    case Kind::Le: return x <= y;
-    default: return x >= y;
-    }
-}
-
 // Inside the steps a scalar is one 64-bit word, the kind in the low byte and the payload in the
 // high half: it is stored and loaded whole, never half-written through memory.
 using Packed = uint64_t;
