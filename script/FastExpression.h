@@ -73,6 +73,7 @@ struct FastOperand {
     uint8_t from = Stack;
     uint16_t token = 0;
     FastScalarValue literal;
+    uint64_t packedLiteral = 0;  // the literal as the steps carry it, made once when compiling
 };
 
 struct FastStep {

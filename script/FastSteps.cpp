@@ -246,6 +246,13 @@ static void collectTrunkCalls(FastExpression& e, int32_t n) {
     }
 }
 
+static void packLiterals(std::vector<FastStep>& steps) {
+    for (FastStep& step : steps) {
+        step.left.packedLiteral = pack(step.left.literal);
+        step.right.packedLiteral = pack(step.right.literal);
+    }
+}
+
 // Steps for the arithmetic between the calls of an expression that has calls, such as the
 // `n - 1` of `f(n - 1) + f(n - 2)`: the general evaluator takes their integer answers.
 static void compileSubtreeSteps(FastExpression& e, int32_t n) {
@@ -259,6 +266,7 @@ static void compileSubtreeSteps(FastExpression& e, int32_t n) {
         if (!compiler.emit(n) || compiler.overflow) return;
         if (e.subtreeSteps.empty()) e.subtreeSteps.assign(e.nodes.size(), -1);
         e.subtreeSteps[size_t(n)] = int32_t(e.subtreeStepLists.size());
+        packLiterals(compiler.steps);
         e.subtreeStepLists.push_back(std::move(compiler.steps));
         return;
     }
@@ -282,7 +290,9 @@ void compileFastSteps(FastExpression& expression) {
         return;
     }
     StepCompiler compiler{expression, {}};
-    if (compiler.emit(expression.root) && !compiler.overflow) expression.steps = std::move(compiler.steps);
+    if (!compiler.emit(expression.root) || compiler.overflow) return;
+    packLiterals(compiler.steps);
+    expression.steps = std::move(compiler.steps);
 }
 
 // True when the scalar evaluator would certainly refuse the expression: a call on its trunk names
@@ -301,7 +311,7 @@ bool OrvaneScript::runLeafFastStep(const FastExpression& e, const FastStep& step
                                    const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
                                    FastScalarValue& out) try {
     auto leaf = [&](const FastOperand& o) -> Packed {
-        if (o.from == FastOperand::Literal) return pack(o.literal);
+        if (o.from == FastOperand::Literal) return o.packedLiteral;
         const Variable* v = resolveFast(tokens[o.token], analyses[o.token]);
         return v ? packVariable(*v) : kPackedNil;
     };
@@ -328,7 +338,7 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
     int top = -1;
     // An operand: from the stack, or a leaf read now.
     auto operand = [&](const FastOperand& o) -> Packed {
-        if (o.from == FastOperand::Literal) return pack(o.literal);
+        if (o.from == FastOperand::Literal) return o.packedLiteral;
         if (o.from == FastOperand::Stack) return slots[top--].scalar;
         const Variable* v = resolveFast(tokens[o.token], analyses[o.token]);
         return v ? packVariable(*v) : kPackedNil;
