@@ -59,6 +59,7 @@ enum class FastStepOp : uint8_t {
     IndexBase,    // the base of an Index: must resolve, else the scalar evaluator refuses
     IndexString,  // base[string literal]
     Index,        // base[key], the key on the stack
+    IndexLeaf,    // base[key] with a leaf for the key, read by the step
     Length,       // # of a name
     Negate,
     Not,

@@ -95,6 +95,12 @@ struct StepCompiler {
                 add(FastStepOp::IndexString, n, 1).token = base;
                 return true;
             }
+            if (isLeaf(node.right)) {
+                FastStep& step = add(FastStepOp::IndexLeaf, n, 1);
+                step.token = base;
+                step.right = leaf(node.right);
+                return true;
+            }
             // The base is resolved before the key runs, as the scalar evaluator does.
             add(FastStepOp::IndexBase, n, 1).token = base;
             if (!emit(node.right)) return false;
@@ -187,6 +193,19 @@ bool truthOf(Packed p) {
     case FastScalarValue::Float: return floatOf(p) != 0.0f;
     default: return false;
     }
+}
+
+// An element as the scalar evaluator reads it: an array by a whole number, else the general rule.
+Packed indexedElement(OrvaneScript& script, const Variable& base, Packed key) {
+    if (base.type == VarType::Array && kindOf(key) == FastScalarValue::Int) {
+        const VariableArray& items = **std::get_if<ArrayPtr>(&base.value);
+        int32_t position = intOf(key);
+        if (position < 1) return kRefused;
+        return size_t(position) > items.size() ? kPackedNil : packVariable(items[size_t(position) - 1]);
+    }
+    FastScalarValue element;
+    if (!script.tryFastScalarFromIndexedValue(base, fastScalarToVariable(unpack(key)), element)) return kRefused;
+    return pack(element);
 }
 
 // The rarer kinds go through the node evaluator's helpers, out of line.
@@ -316,6 +335,14 @@ bool OrvaneScript::runLeafFastStep(const FastExpression& e, const FastStep& step
         return v ? packVariable(*v) : kPackedNil;
     };
     Packed b = leaf(step.right);
+    if (step.op == FastStepOp::IndexLeaf) {
+        const Variable* base = resolveFast(tokens[step.token], analyses[step.token]);
+        if (!base || b == kRefused) return false;
+        Packed value = indexedElement(*this, *base, b);
+        if (value == kRefused) return false;
+        out = unpack(value);
+        return true;
+    }
     Packed a = leaf(step.left);
     if (a == kRefused || b == kRefused) return false;
     Packed result = step.op == FastStepOp::Compare ? compare(step.kind, a, b) : arithmetic(step.kind, a, b);
@@ -364,20 +391,18 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
             }
             case FastStepOp::Index: {
                 Packed key = slots[top--].scalar;
-                const Variable& base = *slots[top].base;
-                Packed value;
-                if (base.type == VarType::Array && kindOf(key) == FastScalarValue::Int) {
-                    const VariableArray& items = **std::get_if<ArrayPtr>(&base.value);
-                    int32_t position = intOf(key);
-                    if (position < 1) return false;
-                    value = size_t(position) > items.size() ? kPackedNil : packVariable(items[size_t(position) - 1]);
-                } else {
-                    FastScalarValue element;
-                    if (!tryFastScalarFromIndexedValue(base, fastScalarToVariable(unpack(key)), element)) return false;
-                    value = pack(element);
-                }
+                Packed value = indexedElement(*this, *slots[top].base, key);
                 if (value == kRefused) return false;
                 slots[top].scalar = value;
+                break;
+            }
+            case FastStepOp::IndexLeaf: {
+                const Variable* base = resolveFast(tokens[step.token], analyses[step.token]);
+                if (!base) return false;
+                Packed key = operand(step.right);
+                Packed value = key == kRefused ? kRefused : indexedElement(*this, *base, key);
+                if (value == kRefused) return false;
+                slots[++top].scalar = value;
                 break;
             }
             case FastStepOp::IndexString: {

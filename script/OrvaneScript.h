@@ -377,8 +377,9 @@ public:
     bool runStepList(const FastExpression& e, const std::vector<FastStep>& steps,
                      const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
                      FastScalarValue& out) {
-        // One operation on two leaves (`j <= n`, `i % 7`) needs no stack.
-        if (steps.size() == 1 && (steps[0].op == FastStepOp::Arithmetic || steps[0].op == FastStepOp::Compare))
+        // One operation on leaves (`j <= n`, `i % 7`, `a[i]`) needs no stack.
+        if (steps.size() == 1 && (steps[0].op == FastStepOp::Arithmetic || steps[0].op == FastStepOp::Compare ||
+                                  steps[0].op == FastStepOp::IndexLeaf))
             return runLeafFastStep(e, steps[0], tokens, analyses, out);
         return runFastStepsOnStack(e, steps, tokens, analyses, out);
     }
