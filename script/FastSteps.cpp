@@ -17,6 +17,7 @@ struct StepCompiler {
     const FastExpression& e;
     std::vector<FastStep> steps;
     int depth = 0;
+    bool overflow = false;  // the stack would need more than kFastStepStackSize slots
 
     const FastExprNode& at(int32_t n) const { return e.nodes[size_t(n)]; }
 
@@ -50,7 +51,6 @@ struct StepCompiler {
         if (depth > int(kFastStepStackSize)) overflow = true;
         return steps.back();
     }
-    bool overflow = false;
 
     // A unary step reads a leaf operand itself, or takes its operand from the stack.
     bool unary(FastStepOp op, int32_t n) {
