@@ -104,8 +104,10 @@ TEST(FastSteps, AgreeWithTheNodeEvaluator) {
         Outcome tree = run([&](FastScalarValue& out) {
             return script.tryEvaluateFastExpressionScalarNode(c.expression, c.expression.root, c.tokens, c.analyses, out);
         });
-        if (steps.answered) ++answered;
-        if (steps.answered) EXPECT_EQ(describe(steps), describe(tree));
+        if (steps.answered) {
+            ++answered;
+            EXPECT_EQ(describe(steps), describe(tree));
+        }
         if (!steps.error.empty() && !tree.answered && tree.error.empty()) {
             try {
                 script.evaluateFastExpressionNode(c.expression, c.expression.root, c.tokens, c.analyses);
