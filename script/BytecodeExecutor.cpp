@@ -177,6 +177,22 @@ bool OrvaneScript::executeInlineChunk(const std::shared_ptr<BytecodeProgram>& pr
     return true;
 }
 
+// The hottest statement of the inline form; false when a soft error ends the chunk.
+inline bool OrvaneScript::runInlineAssignment(BytecodeProgram& p, const Instruction& instruction, Variable& running) {
+    const ParsedScriptLine& line = lineStep(p, instruction.a);
+    if (line.tokens.empty() || line.targets.empty()) return true;
+    executeSimpleAssign(line);
+    if (running.type != VarType::Nil) running = Variable();
+    return !shouldAbortForSoftRaisedError();
+}
+
+// The coroutine step: no guards in the inline form, so a turn follows each plain statement.
+inline void OrvaneScript::inlineCoroutineStep() {
+    if (!coroutineWork()) return;
+    serviceScheduledCoroutineTurnNoThrow();
+    rethrowPendingCoroutineException();
+}
+
 void OrvaneScript::runInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
                                   BlockSignal& signal, Variable& running) {
     signal = BlockSignal::None;
@@ -187,13 +203,7 @@ void OrvaneScript::runInlineChunk(const std::shared_ptr<BytecodeProgram>& progra
         const Instruction& instruction = code[i];
         bool ok = true;
         if (instruction.opcode == Opcode::SimpleAssign) {
-            // The hottest statement, straight from the loop.
-            const ParsedScriptLine& line = lineStep(p, instruction.a);
-            if (!line.tokens.empty() && !line.targets.empty()) {
-                executeSimpleAssign(line);
-                if (running.type != VarType::Nil) running = Variable();
-                ok = !shouldAbortForSoftRaisedError();
-            }
+            ok = runInlineAssignment(p, instruction, running);
         } else if (instruction.opcode == Opcode::Statement && instruction.a < p.lines.size() &&
                    p.lines[instruction.a].storesElement) {
             // `a[i] = x` with a number into an array: in place, or else as any statement.
@@ -207,11 +217,7 @@ void OrvaneScript::runInlineChunk(const std::shared_ptr<BytecodeProgram>& progra
         } else {
             ok = executeInstruction(program, instruction, signal, running, true);
         }
-        // The coroutine step: no guards here, so a turn follows each plain statement.
-        if (coroutineWork() && instruction.opcode <= Opcode::SimpleAssign) {
-            serviceScheduledCoroutineTurnNoThrow();
-            rethrowPendingCoroutineException();
-        }
+        if (instruction.opcode <= Opcode::SimpleAssign) inlineCoroutineStep();
         if (!ok || shouldAbortForSoftRaisedError() || signal != BlockSignal::None) return;
     }
 }
@@ -400,6 +406,12 @@ bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>&
     pushScope(nativeScopes).push_back({line.tokens[1], Variable(first)});
     bool inlineBody = localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk);
     if (inlineForm && !inlineBody) throw std::runtime_error("Expected inlineable numeric-for chunk");
+    // A body of one assignment, the commonest hot loop, runs it without a chunk walk of its own.
+    BytecodeProgram& p = *program;
+    const Instruction* single = nullptr;
+    if (inlineBody && p.chunks[chunk].instructionCount == 1 &&
+        p.instructions[p.chunks[chunk].firstInstruction].opcode == Opcode::SimpleAssign)
+        single = &p.instructions[p.chunks[chunk].firstInstruction];
     // The counter runs in 64 bits, so a limit at the end of the 32-bit range still ends the loop.
     // Only a Return takes the body's value, so one Variable serves every iteration.
     Variable value;
@@ -409,8 +421,14 @@ bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>&
         if (variable.type == VarType::Int) *std::get_if<int32_t>(&variable.value) = int32_t(counter);
         else variable = Variable(int32_t(counter));
         BlockSignal inner = BlockSignal::None;
-        if (inlineBody) runInlineChunk(program, chunk, inner, value);
-        else value = executeBytecodeChunk(program, chunk, inner);
+        if (single) {
+            runInlineAssignment(p, *single, value);
+            inlineCoroutineStep();
+        } else if (inlineBody) {
+            runInlineChunk(program, chunk, inner, value);
+        } else {
+            value = executeBytecodeChunk(program, chunk, inner);
+        }
         if (shouldAbortForSoftRaisedError()) return false;
         if (inner == BlockSignal::Return) {
             signal = inner;

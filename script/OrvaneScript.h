@@ -287,6 +287,8 @@ public:
     // The inline form over a chunk that isInlineableChunk has accepted, with all its nested chunks.
     void runInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex, BlockSignal& signal,
                         Variable& running);
+    bool runInlineAssignment(BytecodeProgram& program, const Instruction& instruction, Variable& running);
+    void inlineCoroutineStep();
     bool executeInstruction(const std::shared_ptr<BytecodeProgram>& program, const Instruction& instruction,
                             BlockSignal& signal, Variable& running, bool inlineForm);
     Variable runBlock(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunk, BlockSignal& signal);
