@@ -168,8 +168,8 @@ bool OrvaneScript::tryDirectSelect(const ParsedScriptLine& line, VariableArray& 
 
 // `a[i] = x` on an existing array with i inside it, or just past its end, and a number for x: the
 // element changes in place, or is appended. False, having changed nothing, for every other case.
+// The line is one that storesElement marks.
 bool OrvaneScript::tryStoreScalarElement(const ParsedScriptLine& line) {
-    if (!line.storesElement) return false;
     const ParsedAssignmentTarget& target = line.targets[0];
     const FastExpression& keyExpression = target.indexExpressions[0];
     const FastExpression& valueExpression = line.valueExpressions[0];
@@ -210,7 +210,6 @@ bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& res
 
     // Shape 1: one target, at most one value.
     if (targets.size() == 1 && ranges.size() <= 1) {
-        if (line.storesElement && tryStoreScalarElement(line)) return true;
         const ParsedAssignmentTarget& target = targets[0];
         std::vector<Variable> keys;
         if (!evaluateKeys(target, keys)) return true;

@@ -186,6 +186,19 @@ inline bool OrvaneScript::runInlineAssignment(BytecodeProgram& p, const Instruct
     return !shouldAbortForSoftRaisedError();
 }
 
+// An expression or assignment statement; false when a soft error ends the chunk.
+bool OrvaneScript::runStatement(BytecodeProgram& p, const Instruction& instruction, Variable& running) {
+    const ParsedScriptLine& line = lineStep(p, instruction.a);
+    if (line.tokens.empty()) return true;
+    if (line.storesElement && tryStoreScalarElement(line)) {
+        // `a[i] = x` with a number into an array: in place, the value of an assignment.
+        if (running.type != VarType::Nil) running = Variable();
+        return true;
+    }
+    running = executeStatement(line);
+    return !shouldAbortForSoftRaisedError();
+}
+
 // The coroutine step: no guards in the inline form, so a turn follows each plain statement.
 inline void OrvaneScript::inlineCoroutineStep() {
     if (!coroutineWork()) return;
@@ -202,18 +215,11 @@ void OrvaneScript::runInlineChunk(const std::shared_ptr<BytecodeProgram>& progra
     for (uint32_t i = 0; i < chunk.instructionCount; ++i) {
         const Instruction& instruction = code[i];
         bool ok = true;
+        // The two plain statements straight from the loop, the others through the dispatch.
         if (instruction.opcode == Opcode::SimpleAssign) {
             ok = runInlineAssignment(p, instruction, running);
-        } else if (instruction.opcode == Opcode::Statement && instruction.a < p.lines.size() &&
-                   p.lines[instruction.a].storesElement) {
-            // `a[i] = x` with a number into an array: in place, or else as any statement.
-            const ParsedScriptLine& line = lineStep(p, instruction.a);
-            if (tryStoreScalarElement(line)) {
-                if (running.type != VarType::Nil) running = Variable();
-            } else {
-                running = executeStatement(line);
-                ok = !shouldAbortForSoftRaisedError();
-            }
+        } else if (instruction.opcode == Opcode::Statement) {
+            ok = runStatement(p, instruction, running);
         } else {
             ok = executeInstruction(program, instruction, signal, running, true);
         }
@@ -234,12 +240,7 @@ bool OrvaneScript::executeInstruction(const std::shared_ptr<BytecodeProgram>& pr
         return value;
     };
     switch (instruction.opcode) {
-    case Opcode::Statement: {
-        const ParsedScriptLine& line = lineStep(p, instruction.a);
-        if (line.tokens.empty()) return true;
-        running = executeStatement(line);
-        return !shouldAbortForSoftRaisedError();
-    }
+    case Opcode::Statement: return runStatement(p, instruction, running);
     case Opcode::SimpleAssign: {
         const ParsedScriptLine& line = lineStep(p, instruction.a);
         if (line.tokens.empty() || line.targets.empty()) return true;
@@ -458,12 +459,6 @@ void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
             Variable* slot = resolveExistingVariableFastMutable(name, analysis);
             if (slot && op == '=') {
                 assignFastScalarToVariable(*slot, scalar);
-                return;
-            }
-            if (slot && slot->type == VarType::Int && scalar.kind == FastScalarValue::Int && (op == '+' || op == '-')) {
-                // `k += 1`: the integer in place, wrapping as every integer operation does.
-                int32_t& value = *std::get_if<int32_t>(&slot->value);
-                value = wrapInt32(op == '+' ? int64_t(value) + scalar.intValue : int64_t(value) - scalar.intValue);
                 return;
             }
             if (slot && tryApplyFastScalarOperationInPlace(*slot, op, scalar)) return;

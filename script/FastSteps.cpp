@@ -246,6 +246,28 @@ Packed indexedElement(OrvaneScript& script, const Variable& base, Packed key) {
     return otherComparison(kind, a, b);
 }
 
+// A leaf operand: a literal, or a name read in place.
+[[gnu::always_inline]] inline Packed readLeaf(OrvaneScript& script, const FastOperand& o, const std::vector<std::string>& tokens,
+                std::vector<TokenAnalysis>& analyses) {
+    if (o.from == FastOperand::Literal) return o.packedLiteral;
+    const Variable* v = script.resolveFast(tokens[o.token], analyses[o.token]);
+    return v ? packVariable(*v) : kPackedNil;
+}
+
+// A step whose operands are all leaves: an operation on two, or an index by one.
+[[gnu::always_inline]] inline Packed leafStepValue(OrvaneScript& script, const FastStep& step, const std::vector<std::string>& tokens,
+                     std::vector<TokenAnalysis>& analyses) {
+    Packed b = readLeaf(script, step.right, tokens, analyses);
+    if (b == kRefused) return kRefused;
+    if (step.op == FastStepOp::IndexLeaf) {
+        const Variable* base = script.resolveFast(tokens[step.token], analyses[step.token]);
+        return base ? indexedElement(script, *base, b) : kRefused;
+    }
+    Packed a = readLeaf(script, step.left, tokens, analyses);
+    if (a == kRefused) return kRefused;
+    return step.op == FastStepOp::Compare ? compare(step.kind, a, b) : arithmetic(step.kind, a, b);
+}
+
 }  // namespace
 
 static void collectTrunkCalls(FastExpression& e, int32_t n) {
@@ -329,23 +351,7 @@ bool OrvaneScript::scalarRefusesCall(const FastExpression& e, const std::vector<
 bool OrvaneScript::runLeafFastStep(const FastExpression& e, const FastStep& step,
                                    const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
                                    FastScalarValue& out) try {
-    auto leaf = [&](const FastOperand& o) -> Packed {
-        if (o.from == FastOperand::Literal) return o.packedLiteral;
-        const Variable* v = resolveFast(tokens[o.token], analyses[o.token]);
-        return v ? packVariable(*v) : kPackedNil;
-    };
-    Packed b = leaf(step.right);
-    if (step.op == FastStepOp::IndexLeaf) {
-        const Variable* base = resolveFast(tokens[step.token], analyses[step.token]);
-        if (!base || b == kRefused) return false;
-        Packed value = indexedElement(*this, *base, b);
-        if (value == kRefused) return false;
-        out = unpack(value);
-        return true;
-    }
-    Packed a = leaf(step.left);
-    if (a == kRefused || b == kRefused) return false;
-    Packed result = step.op == FastStepOp::Compare ? compare(step.kind, a, b) : arithmetic(step.kind, a, b);
+    Packed result = leafStepValue(*this, step, tokens, analyses);
     if (result == kRefused) return false;
     out = unpack(result);
     return true;
@@ -365,10 +371,7 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
     int top = -1;
     // An operand: from the stack, or a leaf read now.
     auto operand = [&](const FastOperand& o) -> Packed {
-        if (o.from == FastOperand::Literal) return o.packedLiteral;
-        if (o.from == FastOperand::Stack) return slots[top--].scalar;
-        const Variable* v = resolveFast(tokens[o.token], analyses[o.token]);
-        return v ? packVariable(*v) : kPackedNil;
+        return o.from == FastOperand::Stack ? slots[top--].scalar : readLeaf(*this, o, tokens, analyses);
     };
     const FastStep* steps = list.data();
     const size_t count = list.size();
@@ -397,10 +400,7 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
                 break;
             }
             case FastStepOp::IndexLeaf: {
-                const Variable* base = resolveFast(tokens[step.token], analyses[step.token]);
-                if (!base) return false;
-                Packed key = operand(step.right);
-                Packed value = key == kRefused ? kRefused : indexedElement(*this, *base, key);
+                Packed value = leafStepValue(*this, step, tokens, analyses);
                 if (value == kRefused) return false;
                 slots[++top].scalar = value;
                 break;

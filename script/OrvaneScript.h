@@ -288,6 +288,7 @@ public:
     void runInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex, BlockSignal& signal,
                         Variable& running);
     bool runInlineAssignment(BytecodeProgram& program, const Instruction& instruction, Variable& running);
+    bool runStatement(BytecodeProgram& program, const Instruction& instruction, Variable& running);
     void inlineCoroutineStep();
     bool executeInstruction(const std::shared_ptr<BytecodeProgram>& program, const Instruction& instruction,
                             BlockSignal& signal, Variable& running, bool inlineForm);
