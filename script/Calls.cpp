@@ -15,38 +15,44 @@ struct CallDepthGuard {
 };
 
 // Binds a script call's parameters, varargs and source location; restores every stack to its
-// height at entry on the way out, which also drops loop scopes left by an exception.
+// height at entry on the way out, which also drops loop scopes left by an exception. A fast
+// body that called this one is not running any more: its parameters must not hide this one's.
 struct CallFrameGuard {
     CallFrameGuard(OrvaneScript& s, const ScriptCallable& function, const Variable* args, size_t count)
         : script(s),
           nativeHeight(s.nativeScopes.size()),
           varargHeight(s.varargStack.size()),
           rootHeight(s.sourceRootStack.size()),
-          pathHeight(s.sourcePathStack.size()) {
+          pathHeight(s.sourcePathStack.size()),
+          fastCallable(s.fastCallable),
+          fastArgs(s.fastArgs),
+          fastArgCount(s.fastArgCount) {
+        script.fastCallable = nullptr;
         const auto& parameters = function.parameters;
         Scope& scope = script.pushScope(script.nativeScopes);
         script.noteParameterNames(function);
-        for (size_t i = 0; i < parameters.size(); ++i) {
-            // Built in place: no temporary entry to move.
-            ScopeEntry& entry = scope.emplace_back();
-            entry.name = parameters[i];
-            if (i < count) entry.value = args[i];
-        }
-        if (function.isVariadic) {
-            size_t named = std::min(parameters.size(), count);
-            script.varargStack.emplace_back(args + named, args + count);
-        }
+        size_t bound = std::min(parameters.size(), count);
+        // Built in place from the arguments: no temporary entry to move.
+        for (size_t i = 0; i < bound; ++i) scope.emplace_back(parameters[i], args[i]);
+        for (size_t i = bound; i < parameters.size(); ++i) scope.emplace_back().name = parameters[i];
+        if (function.isVariadic) script.varargStack.emplace_back(args + bound, args + count);
         if (!function.sourceRoot.empty()) script.sourceRootStack.push_back(&function.sourceRoot);
         if (!function.sourcePath.empty()) script.sourcePathStack.push_back(&function.sourcePath);
     }
     ~CallFrameGuard() {
         script.sourcePathStack.resize(pathHeight);
         script.sourceRootStack.resize(rootHeight);
-        script.varargStack.resize(varargHeight);
+        if (script.varargStack.size() != varargHeight) script.varargStack.resize(varargHeight);
         script.popScopes(script.nativeScopes, nativeHeight);
+        script.fastCallable = fastCallable;
+        script.fastArgs = fastArgs;
+        script.fastArgCount = fastArgCount;
     }
     OrvaneScript& script;
     size_t nativeHeight, varargHeight, rootHeight, pathHeight;
+    const ScriptCallable* fastCallable;
+    const Variable* fastArgs;
+    size_t fastArgCount;
 };
 
 uint8_t builtinIdFromName(std::string_view name) {

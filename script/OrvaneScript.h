@@ -402,11 +402,12 @@ public:
         if (globalIndex.count(name)) ++shadowEpoch;
     }
     void noteParameterNames(const ScriptCallable& function) {
-        if (function.shadowCheckedGlobals != globalValues.size()) {
+        // Every global has its index entry, and the map's size is a plain read.
+        if (function.shadowCheckedGlobals != globalIndex.size()) {
             function.parametersShadowGlobals = false;
             for (const std::string& name : function.parameters)
                 if (globalIndex.count(name)) function.parametersShadowGlobals = true;
-            function.shadowCheckedGlobals = globalValues.size();
+            function.shadowCheckedGlobals = globalIndex.size();
         }
         if (function.parametersShadowGlobals) ++shadowEpoch;
     }  // nearToken was named by a compiled expression's error
@@ -614,21 +615,26 @@ struct LocationGuard {
         : script(s), lineNumber(s.currentLineNumber), tokenIndex(s.currentTokenIndex), line(s.currentLine),
           sourceText(s.currentSourceText), near(s.nearToken), nearFromFast(s.nearTokenFromFast) {}
     // For a script call, whose first line records its own location before anything reads it:
-    // the texts move out instead of being copied, and come back on every exit.
+    // the texts move out instead of being copied (mostly they are empty and nothing moves), and
+    // come back on every exit.
     struct Take {};
     LocationGuard(OrvaneScript& s, Take)
         : script(s), lineNumber(s.currentLineNumber), tokenIndex(s.currentTokenIndex), line(s.currentLine),
-          sourceText(std::move(s.currentSourceText)), near(std::move(s.nearToken)), nearFromFast(s.nearTokenFromFast) {
-        s.currentSourceText.clear();
-        s.nearToken.clear();
+          nearFromFast(s.nearTokenFromFast) {
+        if (!s.currentSourceText.empty()) sourceText.swap(s.currentSourceText);
+        if (!s.nearToken.empty()) near.swap(s.nearToken);
     }
     ~LocationGuard() {
         script.currentLineNumber = lineNumber;
         script.currentTokenIndex = tokenIndex;
         script.currentLine = line;
-        script.currentSourceText = std::move(sourceText);
-        script.nearToken = std::move(near);
+        restore(script.currentSourceText, sourceText);
+        restore(script.nearToken, near);
         script.nearTokenFromFast = nearFromFast;
+    }
+    static void restore(std::string& text, std::string& saved) {
+        if (saved.empty()) text.clear();
+        else text.swap(saved);
     }
     OrvaneScript& script;
     uint64_t lineNumber, tokenIndex;

@@ -129,7 +129,6 @@ Variable OrvaneScript::executeReturn(const ParsedScriptLine& line, BlockSignal& 
     signal = BlockSignal::Return;
     const auto& tokens = line.tokens;
     if (tokens.size() == 1) return Variable();
-    VariableArray values;
     bool allCompiled = !line.returnValues.empty();
     for (const FastExpression& value : line.returnValues) allCompiled = allCompiled && value.valid;
     if (allCompiled && line.returnValues.size() == 1) {
@@ -137,6 +136,7 @@ Variable OrvaneScript::executeReturn(const ParsedScriptLine& line, BlockSignal& 
         if (shouldAbortForSoftRaisedError()) return Variable();
         return value;
     }
+    VariableArray values;
     if (allCompiled) {
         for (const FastExpression& value : line.returnValues) {
             values.push_back(evaluateFastExpression(value, tokens, line.analyses));
