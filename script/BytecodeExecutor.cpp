@@ -24,6 +24,7 @@ struct ConditionalScopeGuard {
         if (!pushed) return;
         script.popScopes(script.localScopes, height);
         script.localScopeBase = base;
+        script.scopesChanged();
     }
     OrvaneScript& script;
     bool pushed;

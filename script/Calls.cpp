@@ -26,7 +26,8 @@ struct CallFrameGuard {
           pathHeight(s.sourcePathStack.size()),
           fastCallable(s.fastCallable),
           fastArgs(s.fastArgs),
-          fastArgCount(s.fastArgCount) {
+          fastArgCount(s.fastArgCount),
+          scopes(s.scopeState()) {
         script.fastCallable = nullptr;
         const auto& parameters = function.parameters;
         Scope& scope = script.pushScope(script.nativeScopes);
@@ -47,12 +48,14 @@ struct CallFrameGuard {
         script.fastCallable = fastCallable;
         script.fastArgs = fastArgs;
         script.fastArgCount = fastArgCount;
+        script.restoreScopeState(scopes);
     }
     OrvaneScript& script;
     size_t nativeHeight, varargHeight, rootHeight, pathHeight;
     const ScriptCallable* fastCallable;
     const Variable* fastArgs;
     size_t fastArgCount;
+    OrvaneScript::ScopeState scopes;
 };
 
 uint8_t builtinIdFromName(std::string_view name) {

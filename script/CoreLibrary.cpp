@@ -1,4 +1,5 @@
 // The global functions of the language and the library tables, installed by the constructor.
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -15,7 +16,13 @@ namespace {
 
 }  // namespace
 
-OrvaneScript::OrvaneScript() {
+// Each interpreter counts its scope epochs from a range of its own.
+static uint64_t firstScopeEpoch() {
+    static std::atomic<uint64_t> interpreters{0};
+    return (++interpreters << 40) + 1;
+}
+
+OrvaneScript::OrvaneScript() : epochCounter(firstScopeEpoch()), scopeEpoch(epochCounter) {
     std::random_device device;
     randomGenerator.seed(device());
     startTime = std::chrono::steady_clock::now();

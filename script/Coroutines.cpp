@@ -30,6 +30,7 @@ void swapFlowState(OrvaneScript& s, CoroutineState& c) {
     std::swap(s.softDepth, c.softDepth);
     std::swap(s.softMessage, c.softMessage);
     ++s.shadowEpoch;
+    s.scopeGrew();
 }
 
 // The main flow's running fast callable and error location, put aside for a turn.
@@ -41,6 +42,7 @@ struct SavedFlowPosition {
         s.fastCallable = nullptr;
         s.fastArgs = nullptr;
         s.fastArgCount = 0;
+        s.scopesChanged();
         s.currentLineNumber = 0;
         s.currentTokenIndex = 0;
         s.currentLine = nullptr;
@@ -52,6 +54,7 @@ struct SavedFlowPosition {
         s.fastCallable = callable;
         s.fastArgs = args;
         s.fastArgCount = argCount;
+        s.scopesChanged();
         s.currentLineNumber = lineNumber;
         s.currentTokenIndex = tokenIndex;
         s.currentLine = line;
@@ -279,6 +282,7 @@ struct CoroutineStepper {
             s.noteScopeName(line.tokens[1]);
             scope.push_back({line.tokens[1], Variable(first)});
             s.nativeScopes.push_back(std::move(scope));
+            s.scopesChanged();
             frame->counter = first;
             frame->limit = last;
             frame->step = step;
@@ -378,6 +382,7 @@ struct CoroutineStepper {
                 scope.push_back({name, Variable()});
             }
             s.nativeScopes.push_back(std::move(scope));
+            s.scopesChanged();
             frame->initialized = true;
             frame->bodyRan = false;
         }
@@ -446,6 +451,7 @@ void OrvaneScript::pushCoroutineBlockFrame(CoroutineState& state, uint64_t begin
     frame.savedLocalScopeBase = localScopeBase;
     localScopes.emplace_back();
     localScopes.back().reserve(4);
+    scopesChanged();
     state.frames.push_back(std::move(frame));
 }
 
@@ -455,6 +461,7 @@ void OrvaneScript::popCoroutineBlockFrame(CoroutineState& state) {
     if (frame.ownsScope) {
         if (localScopes.size() > frame.savedLocalScopes) localScopes.resize(frame.savedLocalScopes);
         localScopeBase = frame.savedLocalScopeBase;
+        scopesChanged();
     }
     state.frames.pop_back();
 }
@@ -464,6 +471,7 @@ void OrvaneScript::popCoroutineLoopFrame(CoroutineState& state) {
     CoroutineFrameKind kind = state.frames.back().kind;
     if ((kind == CoroutineFrameKind::NumericFor || kind == CoroutineFrameKind::GenericFor) && !nativeScopes.empty())
         nativeScopes.pop_back();
+    scopesChanged();
     state.frames.pop_back();
 }
 

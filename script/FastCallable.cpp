@@ -25,12 +25,13 @@ struct FastFrameGuard {
     FastFrameGuard(OrvaneScript& s, const ScriptCallable& callable, const Variable* args, size_t count, bool countCall)
         : script(s), countsCall(countCall), savedCallable(s.fastCallable), savedArgs(s.fastArgs), savedCount(s.fastArgCount),
           varargHeight(s.varargStack.size()), rootHeight(s.sourceRootStack.size()),
-          pathHeight(s.sourcePathStack.size()) {
+          pathHeight(s.sourcePathStack.size()), scopes(s.scopeState()) {
         if (countsCall) ++script.callDepth;
         script.noteParameterNames(callable);
         script.fastCallable = &callable;
         script.fastArgs = args;
         script.fastArgCount = count;
+        script.scopesChanged();
         if (callable.isVariadic) {
             size_t named = std::min(callable.parameters.size(), count);
             script.varargStack.emplace_back(args + named, args + count);
@@ -47,6 +48,7 @@ struct FastFrameGuard {
         script.fastArgCount = savedCount;
         script.fastArgs = savedArgs;
         script.fastCallable = savedCallable;
+        script.restoreScopeState(scopes);
         if (countsCall) --script.callDepth;
     }
     OrvaneScript& script;
@@ -54,6 +56,7 @@ struct FastFrameGuard {
     const ScriptCallable* savedCallable;
     const Variable* savedArgs;
     size_t savedCount, varargHeight, rootHeight, pathHeight;
+    OrvaneScript::ScopeState scopes;
 };
 
 }  // namespace

@@ -144,17 +144,43 @@ public:
     Variable* resolveVariablePtr(const std::string& name);
     bool resolveVariable(const std::string& name, Variable& out);
     Variable* resolveVariableFastPtr(const std::string& name, TokenAnalysis& analysis);
-    // The cached global of a hot token without a call; everything else through the full rules.
+    // A hot token's variable as found under the present scope epoch, without a check; else the
+    // full rules, whose answer is kept for the epoch. A fast parameter is never kept: a missing
+    // one reads as a nil that must be fresh each time.
     Variable* resolveFast(const std::string& name, TokenAnalysis& analysis) {
-        if (analysis.scopeKind == kScopeKindGlobal && analysis.scopeSlot == shadowEpoch)
-            return static_cast<Variable*>(const_cast<void*>(analysis.scopePtr));
-        if (analysis.scopeKind == kScopeKindNative && localScopes.size() == localScopeBase && !fastCallable &&
-            !nativeScopes.empty()) {
-            Scope& scope = nativeScopes.back();
-            if (analysis.scopeSlot < scope.size() && sameName(scope[analysis.scopeSlot].name, name))
-                return &scope[analysis.scopeSlot].value;
-        }
-        return resolveVariableFastPtr(name, analysis);
+        if (analysis.cachedEpoch == scopeEpoch) return static_cast<Variable*>(analysis.cachedVariable);
+        return resolveAndKeep(name, analysis);
+    }
+    Variable* resolveAndKeep(const std::string& name, TokenAnalysis& analysis);
+    // Names the present state of the scope stacks: a new number, never used before, for every
+    // change of what a name can stand for (a scope pushed, popped or grown, the visible base
+    // moved, a fast body entered or left, a coroutine's stacks swapped). Numbers are drawn from a
+    // range of this interpreter's own, so no two interpreters share one.
+    uint64_t epochCounter;
+    uint64_t scopeEpoch;
+    void scopesChanged() { scopeEpoch = ++epochCounter; }
+    // Changes that a balanced push and pop does not undo: an entry added to an existing scope, a
+    // coroutine's stacks swapped.
+    uint64_t scopeGrowths = 0;
+    void scopeGrew() {
+        ++scopeGrowths;
+        scopesChanged();
+    }
+    // Taken before a call binds; after it unbinds, the stacks are the very ones of before when
+    // nothing grew and the heights are back, and the caller's kept names hold again.
+    struct ScopeState {
+        uint64_t epoch, growths;
+        size_t nativeHeight, localHeight, localBase;
+    };
+    ScopeState scopeState() const {
+        return {scopeEpoch, scopeGrowths, nativeScopes.size(), localScopes.size(), localScopeBase};
+    }
+    void restoreScopeState(const ScopeState& s) {
+        if (s.growths == scopeGrowths && s.nativeHeight == nativeScopes.size() && s.localHeight == localScopes.size() &&
+            s.localBase == localScopeBase)
+            scopeEpoch = s.epoch;
+        else
+            scopesChanged();
     }
     bool resolveVariableFast(const std::string& name, TokenAnalysis& analysis, Variable& out);
     Variable* resolveExistingVariableFastMutable(const std::string& name, TokenAnalysis& analysis) {
@@ -557,12 +583,14 @@ public:
     // Popped scopes keep their storage for the next push, so calls and blocks don't allocate.
     std::vector<Scope> spareScopes;
     Scope& pushScope(std::vector<Scope>& stack) {
+        scopesChanged();
         if (spareScopes.empty()) return stack.emplace_back();
         stack.push_back(std::move(spareScopes.back()));
         spareScopes.pop_back();
         return stack.back();
     }
     void popScopes(std::vector<Scope>& stack, size_t height) {
+        scopesChanged();
         while (stack.size() > height) {
             stack.back().clear();
             spareScopes.push_back(std::move(stack.back()));

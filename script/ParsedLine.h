@@ -36,6 +36,10 @@ struct TokenAnalysis {
     uint64_t globalSlot = 0;
     bool globalFound = false;
     bool globalLooked = false;
+    // The variable the name stood for while the interpreter's scope epoch was cachedEpoch: the
+    // same stacks give the same answer, so it holds with no check at all until they change.
+    uint64_t cachedEpoch = 0;
+    void* cachedVariable = nullptr;
 };
 
 using TokenRange = std::pair<size_t, size_t>;  // [first, last)

@@ -153,6 +153,24 @@ Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAna
     return global;
 }
 
+Variable* OrvaneScript::resolveAndKeep(const std::string& name, TokenAnalysis& a) {
+    Variable* v;
+    if (a.scopeKind == kScopeKindGlobal && a.scopeSlot == shadowEpoch) {
+        v = static_cast<Variable*>(const_cast<void*>(a.scopePtr));
+    } else if (a.scopeKind == kScopeKindNative && localScopes.size() == localScopeBase && !fastCallable &&
+               !nativeScopes.empty() && a.scopeSlot < nativeScopes.back().size() &&
+               sameName(nativeScopes.back()[a.scopeSlot].name, name)) {
+        v = &nativeScopes.back()[a.scopeSlot].value;  // a parameter or loop variable, as last time
+    } else {
+        v = resolveVariableFastPtr(name, a);
+    }
+    if (v && a.scopeKind != kScopeKindFastParam) {
+        a.cachedEpoch = scopeEpoch;
+        a.cachedVariable = v;
+    }
+    return v;
+}
+
 // A parameter of the running fast body; one beyond the arguments reads as nil.
 Variable* OrvaneScript::fastParameter(size_t slot) {
     if (slot < fastArgCount) return const_cast<Variable*>(&fastArgs[slot]);
@@ -188,6 +206,7 @@ void OrvaneScript::setInScope(Scope& scope, const std::string& name, const Varia
         return;
     }
     noteScopeName(name);
+    scopeGrew();  // the entry may move the scope's others
     scope.push_back({name, value});
 }
 

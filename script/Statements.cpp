@@ -19,6 +19,7 @@ struct LocalScopeGuard {
     ~LocalScopeGuard() {
         script.popScopes(script.localScopes, height);
         script.localScopeBase = base;
+        script.scopesChanged();
     }
     OrvaneScript& script;
     size_t height, base;
