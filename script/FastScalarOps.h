@@ -30,7 +30,7 @@ inline bool scalarFromVariable(const Variable& v, FastScalarValue& out) {
 }
 
 // In place: a variable that holds a number already only changes its tag and payload.
-inline void assignFastScalarToVariable(Variable& variable, const FastScalarValue& s) {
+[[gnu::always_inline]] inline void assignFastScalarToVariable(Variable& variable, const FastScalarValue& s) {
     switch (s.kind) {
     case FastScalarValue::Int:
         if (variable.type == VarType::Int) *std::get_if<int32_t>(&variable.value) = s.intValue;

@@ -222,7 +222,9 @@ Packed indexedElement(OrvaneScript& script, const Variable& base, Packed key) {
 }
 
 // The common kinds inline, with the helpers' arithmetic: two integers in 32 bits, an integer and
-// a float or two floats in double, narrowed to float.
+// a float or two floats in double, narrowed to float. Two floats add, subtract and multiply in
+// float directly: a double holds more than twice a float's digits, so rounding its exact-enough
+// result to float gives the very same number.
 [[gnu::always_inline]] inline Packed arithmetic(Kind kind, Packed a, Packed b) {
     if (kindOf(a) == FastScalarValue::Int && kindOf(b) == FastScalarValue::Int) {
         int64_t x = intOf(a), y = intOf(b);
@@ -230,6 +232,11 @@ Packed indexedElement(OrvaneScript& script, const Variable& base, Packed key) {
         if (kind == Kind::Sub) return packInt(wrapInt32(x - y));
         if (kind == Kind::Mul) return packInt(wrapInt32(x * y));
         if (kind == Kind::Mod && y != 0) return packInt(remainderInt32(intOf(a), intOf(b)));
+    } else if (kindOf(a) == FastScalarValue::Float && kindOf(b) == FastScalarValue::Float) {
+        float x = floatOf(a), y = floatOf(b);
+        if (kind == Kind::Add) return packFloat(x + y);
+        if (kind == Kind::Sub) return packFloat(x - y);
+        if (kind == Kind::Mul) return packFloat(x * y);
     } else if (isNumber(kindOf(a)) && isNumber(kindOf(b))) {
         double x = doubleOf(a), y = doubleOf(b);
         if (kind == Kind::Add) return packFloat(float(x + y));
@@ -242,6 +249,8 @@ Packed indexedElement(OrvaneScript& script, const Variable& base, Packed key) {
 [[gnu::always_inline]] inline Packed compare(Kind kind, Packed a, Packed b) {
     if (kindOf(a) == FastScalarValue::Int && kindOf(b) == FastScalarValue::Int)
         return packBool(compareNumbers(kind, intOf(a), intOf(b)));
+    if (kindOf(a) == FastScalarValue::Float && kindOf(b) == FastScalarValue::Float)
+        return packBool(compareNumbers(kind, floatOf(a), floatOf(b)));  // exact, as in double
     if (isNumber(kindOf(a)) && isNumber(kindOf(b))) return packBool(compareNumbers(kind, doubleOf(a), doubleOf(b)));
     return otherComparison(kind, a, b);
 }

@@ -331,8 +331,8 @@ public:
     void recordLine(const ParsedScriptLine& line) {
         currentLineNumber = line.lineNumber;
         currentLine = &line;
-        currentSourceText.clear();
-        nearToken.clear();
+        if (!currentSourceText.empty()) currentSourceText.clear();
+        if (!nearToken.empty()) nearToken.clear();
         nearTokenFromFast = false;
     }
 
