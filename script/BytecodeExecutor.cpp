@@ -35,7 +35,7 @@ const char* kErrorPrefix = "OrvaneScript error:";
 
 }  // namespace
 
-const ParsedScriptLine& OrvaneScript::lineStep(const BytecodeProgram& program, uint32_t index) {
+inline const ParsedScriptLine& OrvaneScript::lineStep(const BytecodeProgram& program, uint32_t index) {
     if (index >= program.lines.size()) throw std::runtime_error("Bytecode line index out of range");
     const ParsedScriptLine& line = program.lines[index];
     recordLine(line);
@@ -176,6 +176,32 @@ bool OrvaneScript::executeInlineChunk(const std::shared_ptr<BytecodeProgram>& pr
     if (!isInlineableChunk(*program, chunkIndex)) return false;
     runInlineChunk(program, chunkIndex, signal, running);
     return true;
+}
+
+// One plain target and one compiled value, without executeAssignment's generality.
+inline void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
+    const auto& tokens = line.tokens;
+    auto& analyses = line.analyses;
+    size_t nameToken = line.targets[0].nameToken;
+    const std::string& name = tokens[nameToken];
+    TokenAnalysis& analysis = analyses[nameToken];
+    char op = line.assignOperatorIndex < tokens.size() ? tokens[line.assignOperatorIndex][0] : '=';
+
+    FastScalarValue scalar;
+    bool isScalar = false;
+    if (!line.singleCall.valid) {
+        isScalar = tryEvaluateFastExpressionScalar(line.singleValue, tokens, analyses, scalar);
+        if (isScalar && line.scopeTarget == kTargetPlain) {
+            // The hot shape: a number into an existing variable, with no Variable built.
+            Variable* slot = resolveExistingVariableFastMutable(name, analysis);
+            if (slot && op == '=') {
+                assignFastScalarToVariable(*slot, scalar);
+                return;
+            }
+            if (slot && tryApplyFastScalarOperationInPlace(*slot, op, scalar)) return;
+        }
+    }
+    finishSimpleAssign(line, op, isScalar, scalar);
 }
 
 // The hottest statement of the inline form; false when a soft error ends the chunk.
@@ -440,32 +466,6 @@ bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>&
         if (inner == BlockSignal::Break) break;
     }
     return true;
-}
-
-// One plain target and one compiled value, without executeAssignment's generality.
-void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
-    const auto& tokens = line.tokens;
-    auto& analyses = line.analyses;
-    size_t nameToken = line.targets[0].nameToken;
-    const std::string& name = tokens[nameToken];
-    TokenAnalysis& analysis = analyses[nameToken];
-    char op = line.assignOperatorIndex < tokens.size() ? tokens[line.assignOperatorIndex][0] : '=';
-
-    FastScalarValue scalar;
-    bool isScalar = false;
-    if (!line.singleCall.valid) {
-        isScalar = tryEvaluateFastExpressionScalar(line.singleValue, tokens, analyses, scalar);
-        if (isScalar && line.scopeTarget == kTargetPlain) {
-            // The hot shape: a number into an existing variable, with no Variable built.
-            Variable* slot = resolveExistingVariableFastMutable(name, analysis);
-            if (slot && op == '=') {
-                assignFastScalarToVariable(*slot, scalar);
-                return;
-            }
-            if (slot && tryApplyFastScalarOperationInPlace(*slot, op, scalar)) return;
-        }
-    }
-    finishSimpleAssign(line, op, isScalar, scalar);
 }
 
 // The rest of SimpleAssign, out of the hot function: calls, non-scalar values, new variables.

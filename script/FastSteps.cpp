@@ -173,13 +173,14 @@ FastScalarValue unpack(Packed p) {
     }
 }
 
-// A Variable as a packed scalar; refused for strings, containers and functions.
+// A Variable as a packed scalar; refused for strings, containers and functions. Read by the
+// alternative the value holds, so that taking it needs no second test: an int32_t is an Int or
+// the zero of a Nil, a float only ever a Float, a bool only ever a Bool.
 Packed packVariable(const Variable& v) {
-    switch (v.type) {
-    case VarType::Nil: return kPackedNil;
-    case VarType::Int: return packInt(*std::get_if<int32_t>(&v.value));
-    case VarType::Float: return packFloat(*std::get_if<float>(&v.value));
-    case VarType::Bool: return packBool(*std::get_if<bool>(&v.value));
+    switch (v.value.index()) {
+    case 0: return v.type == VarType::Int ? packInt(*std::get_if<0>(&v.value)) : kPackedNil;
+    case 1: return packFloat(*std::get_if<1>(&v.value));
+    case 4: return packBool(*std::get_if<4>(&v.value));
     default: return kRefused;
     }
 }
@@ -208,7 +209,8 @@ Packed indexedElement(OrvaneScript& script, const Variable& base, Packed key) {
     return pack(element);
 }
 
-// The rarer kinds go through the node evaluator's helpers, out of line.
+// The rarer kinds go through the node evaluator's helpers, out of line. A refused operand is
+// not numeric, so the arithmetic refuses it there.
 [[gnu::noinline]] Packed otherArithmetic(Kind kind, Packed a, Packed b) {
     FastScalarValue result;
     if (!applyScalarArithmetic(kind, unpack(a), unpack(b), result)) return kRefused;
@@ -252,6 +254,7 @@ Packed indexedElement(OrvaneScript& script, const Variable& base, Packed key) {
     if (kindOf(a) == FastScalarValue::Float && kindOf(b) == FastScalarValue::Float)
         return packBool(compareNumbers(kind, floatOf(a), floatOf(b)));  // exact, as in double
     if (isNumber(kindOf(a)) && isNumber(kindOf(b))) return packBool(compareNumbers(kind, doubleOf(a), doubleOf(b)));
+    if (a == kRefused || b == kRefused) return kRefused;  // `==` would answer for a refused operand
     return otherComparison(kind, a, b);
 }
 
@@ -273,7 +276,6 @@ Packed indexedElement(OrvaneScript& script, const Variable& base, Packed key) {
         return base ? indexedElement(script, *base, b) : kRefused;
     }
     Packed a = readLeaf(script, step.left, tokens, analyses);
-    if (a == kRefused) return kRefused;
     return step.op == FastStepOp::Compare ? compare(step.kind, a, b) : arithmetic(step.kind, a, b);
 }
 
@@ -444,13 +446,17 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
                 slots[++top].scalar = value;
                 break;
             }
-            case FastStepOp::Arithmetic:
-            case FastStepOp::Compare: {
-                // The right operand is the top of the stack when both come from there.
+            // The right operand is the top of the stack when both come from there.
+            case FastStepOp::Arithmetic: {
                 Packed b = operand(step.right);
-                Packed a = operand(step.left);
-                if (a == kRefused || b == kRefused) return false;
-                Packed result = step.op == FastStepOp::Compare ? compare(step.kind, a, b) : arithmetic(step.kind, a, b);
+                Packed result = arithmetic(step.kind, operand(step.left), b);
+                if (result == kRefused) return false;
+                slots[++top].scalar = result;
+                break;
+            }
+            case FastStepOp::Compare: {
+                Packed b = operand(step.right);
+                Packed result = compare(step.kind, operand(step.left), b);
                 if (result == kRefused) return false;
                 slots[++top].scalar = result;
                 break;
