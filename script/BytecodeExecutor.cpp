@@ -79,9 +79,10 @@ Variable OrvaneScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
     ConditionalScopeGuard scope(*this, allowScope && (chunk.hasLocalDeclarations || localScopes.size() > localScopeBase));
     if (uint64_t(chunk.firstInstruction) + chunk.instructionCount > program->instructions.size())
         throw std::runtime_error("Bytecode chunk range is out of bounds");
+    // One way out for the value, so that it is built in the caller's place.
     Variable running;
     try {
-        if (!runChunkInstructions(program, chunk, signal, running)) return Variable();
+        if (!runChunkInstructions(program, chunk, signal, running)) running = Variable();
     } catch (const std::exception& e) {
         if (std::string_view(e.what()).starts_with(kErrorPrefix)) throw;
         std::string near = !nearToken.empty() ? nearToken
@@ -111,23 +112,22 @@ bool OrvaneScript::runChunkInstructions(const std::shared_ptr<BytecodeProgram>& 
 }
 
 Variable OrvaneScript::runBlock(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunk, BlockSignal& signal) {
+    // One way out for the value, so that it is built in the caller's place.
     Variable running;
+    const BytecodeProgram& p = *program;
     if (localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk)) {
         runInlineChunk(program, chunk, signal, running);
-        if (shouldAbortForSoftRaisedError()) return Variable();
-        return running;
-    }
-    const BytecodeProgram& p = *program;
-    if (localScopes.size() <= localScopeBase && chunk < p.chunks.size() && !p.chunks[chunk].hasLocalDeclarations &&
-        uint64_t(p.chunks[chunk].firstInstruction) + p.chunks[chunk].instructionCount <= p.instructions.size()) {
+    } else if (localScopes.size() <= localScopeBase && chunk < p.chunks.size() &&
+               !p.chunks[chunk].hasLocalDeclarations &&
+               uint64_t(p.chunks[chunk].firstInstruction) + p.chunks[chunk].instructionCount <= p.instructions.size()) {
         // A block that would push no scope (an `if` branch that returns, say) runs in the activation
         // of its parent, whose handler turns its errors into the same located texts.
-        if (!runChunkInstructions(program, p.chunks[chunk], signal, running)) return Variable();
-        if (shouldAbortForSoftRaisedError()) return Variable();
-        return running;
+        if (!runChunkInstructions(program, p.chunks[chunk], signal, running)) running = Variable();
+    } else {
+        running = executeBytecodeChunk(program, chunk, signal);
     }
-    running = executeBytecodeChunk(program, chunk, signal);
-    if (shouldAbortForSoftRaisedError()) return Variable();
+    // A soft error ends the block with nil.
+    if (shouldAbortForSoftRaisedError() && !running.isNil()) running = Variable();
     return running;
 }
 

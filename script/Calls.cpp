@@ -37,8 +37,14 @@ struct CallFrameGuard {
         for (size_t i = 0; i < bound; ++i) scope.emplace_back(parameters[i], args[i]);
         for (size_t i = bound; i < parameters.size(); ++i) scope.emplace_back().name = parameters[i];
         if (function.isVariadic) script.varargStack.emplace_back(args + bound, args + count);
-        if (!function.sourceRoot.empty()) script.sourceRootStack.push_back(&function.sourceRoot);
-        if (!function.sourcePath.empty()) script.sourcePathStack.push_back(&function.sourcePath);
+        // A recursive call names the same source as its caller: nothing to push.
+        if (!function.sourceRoot.empty() && !onTop(script.sourceRootStack, &function.sourceRoot))
+            script.sourceRootStack.push_back(&function.sourceRoot);
+        if (!function.sourcePath.empty() && !onTop(script.sourcePathStack, &function.sourcePath))
+            script.sourcePathStack.push_back(&function.sourcePath);
+    }
+    static bool onTop(const std::vector<const std::string*>& stack, const std::string* text) {
+        return !stack.empty() && stack.back() == text;
     }
     ~CallFrameGuard() {
         script.sourcePathStack.resize(pathHeight);
@@ -170,20 +176,23 @@ Variable OrvaneScript::callScriptFunction(const CallablePtr& function, const Var
     if (function->isLoadedChunk && count != 0) throw std::runtime_error("Loaded script chunks do not accept call arguments");
     if (function->fastBodyKind != 0) return callFastBody(function, args, count);
     BlockSignal signal = BlockSignal::None;
-    Variable result;
-    {
+    // The value is built in place all the way up (one way out at each level); the frame is
+    // unbound before the soft error is tested.
+    Variable result = [&] {
         LocationGuard location(*this, LocationGuard::Take{});
         CallFrameGuard frame(*this, *function, args, count);
-        if (function->bytecode && !referenceRoute) {
-            result = executeBytecodeChunk(function->bytecode, function->chunkIndex, signal);
-        } else {
-            size_t position = 0;
-            result = executeParsedBlock(function->body, position, signal);
-        }
+        size_t position = 0;
+        Variable value = function->bytecode && !referenceRoute
+                             ? executeBytecodeChunk(function->bytecode, function->chunkIndex, signal)
+                             : executeParsedBlock(function->body, position, signal);
         rethrowPendingCoroutineException();
+        return value;
+    }();
+    if (shouldAbortForSoftRaisedError()) {
+        if (!result.isNil()) result = Variable();
+    } else if (signal == BlockSignal::Break) {
+        throw std::runtime_error("break used outside a loop");
     }
-    if (shouldAbortForSoftRaisedError()) return Variable();
-    if (signal == BlockSignal::Break) throw std::runtime_error("break used outside a loop");
     return result;
 }
 

@@ -134,8 +134,8 @@ Variable OrvaneScript::executeReturn(const ParsedScriptLine& line, BlockSignal& 
     for (const FastExpression& value : line.returnValues) allCompiled = allCompiled && value.valid;
     if (allCompiled && line.returnValues.size() == 1) {
         Variable value = evaluateFastExpression(line.returnValues[0], tokens, line.analyses);
-        if (shouldAbortForSoftRaisedError()) return Variable();
-        return value;
+        if (shouldAbortForSoftRaisedError() && !value.isNil()) value = Variable();
+        return value;  // the one way out, so that the value is built in the caller's place
     }
     VariableArray values;
     if (allCompiled) {
