@@ -1,6 +1,8 @@
 // The flat form of a call-free expression: postfix steps run over a small stack of scalars.
 // It answers exactly as the scalar evaluator does on the same tree; whenever it cannot (a
 // string key, a container value), it refuses, and having no calls it has caused nothing.
+#include <bit>
+#include <cstddef>
 #include <cstring>
 #include <stdexcept>
 
@@ -163,7 +165,12 @@ Packed pack(const FastScalarValue& s) {
     }
 }
 
+// On a little-endian machine the packed word has a scalar's own layout (kind in the first byte,
+// zero padding, payload in the second half), so unpacking is a copy.
+static_assert(sizeof(FastScalarValue) == 8 && offsetof(FastScalarValue, intValue) == 4);
+
 FastScalarValue unpack(Packed p) {
+    if constexpr (std::endian::native == std::endian::little) return std::bit_cast<FastScalarValue>(p);
     switch (kindOf(p)) {
     case FastScalarValue::Int: return FastScalarValue::makeInt(intOf(p));
     case FastScalarValue::Float: return FastScalarValue::makeFloat(floatOf(p));
