@@ -175,16 +175,20 @@ Variable OrvaneScript::callNative(const ScriptCallable& function, const Variable
 Variable OrvaneScript::callScriptFunction(const CallablePtr& function, const Variable* args, size_t count) {
     if (function->isLoadedChunk && count != 0) throw std::runtime_error("Loaded script chunks do not accept call arguments");
     if (function->fastBodyKind != 0) return callFastBody(function, args, count);
+    return callBoundBody(*function, args, count);
+}
+
+// The value is built in place all the way up (one way out at each level); the frame is unbound
+// before the soft error is tested.
+Variable OrvaneScript::callBoundBody(const ScriptCallable& function, const Variable* args, size_t count) {
     BlockSignal signal = BlockSignal::None;
-    // The value is built in place all the way up (one way out at each level); the frame is
-    // unbound before the soft error is tested.
     Variable result = [&] {
         LocationGuard location(*this, LocationGuard::Take{});
-        CallFrameGuard frame(*this, *function, args, count);
+        CallFrameGuard frame(*this, function, args, count);
         size_t position = 0;
-        Variable value = function->bytecode && !referenceRoute
-                             ? executeBytecodeChunk(function->bytecode, function->chunkIndex, signal)
-                             : executeParsedBlock(function->body, position, signal);
+        Variable value = function.bytecode && !referenceRoute
+                             ? executeBytecodeChunk(function.bytecode, function.chunkIndex, signal)
+                             : executeParsedBlock(function.body, position, signal);
         rethrowPendingCoroutineException();
         return value;
     }();

@@ -569,6 +569,7 @@ private:
     std::deque<VariableArray> nativeArguments;
     size_t nativeArgumentDepth = 0;
     Variable callScriptFunction(const CallablePtr& function, const Variable* args, size_t count);
+    Variable callBoundBody(const ScriptCallable& function, const Variable* args, size_t count);
     Variable callMethodOfString(const std::string& receiver, const Variable& method, const Variable* args, size_t count);
     std::vector<ParsedScriptLine> compileLines(const std::string& text);
     CallablePtr makeChunk(const std::shared_ptr<BytecodeProgram>& program);
