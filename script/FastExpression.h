@@ -83,6 +83,9 @@ struct FastStep {
     uint16_t token = 0;                               // an index's base, a length's name
     int32_t node = 0;                                 // the node that made the step, for error tokens
     int32_t jump = 0;                                 // AndOr: the step behind the right operand
+    // On a list's first step: the list is one operation on leaves (`j <= n`, `a[i]`), maybe with
+    // one more over its answer and a leaf (`s + i % 7`), and runs without the stack.
+    bool shortRun = false;
     FastOperand left, right;
 };
 

@@ -304,10 +304,25 @@ static void collectTrunkCalls(FastExpression& e, int32_t n) {
     }
 }
 
-static void packLiterals(std::vector<FastStep>& steps) {
+static bool isLeafStep(const FastStep& step) {
+    return step.op == FastStepOp::IndexLeaf ||
+           ((step.op == FastStepOp::Arithmetic || step.op == FastStepOp::Compare) &&
+            step.left.from != FastOperand::Stack && step.right.from != FastOperand::Stack);
+}
+
+// Packs the literals and marks a list that needs no stack.
+static void finishSteps(std::vector<FastStep>& steps) {
     for (FastStep& step : steps) {
         step.left.packedLiteral = pack(step.left.literal);
         step.right.packedLiteral = pack(step.right.literal);
+    }
+    if (steps.empty() || !isLeafStep(steps[0])) return;
+    if (steps.size() == 1) {
+        steps[0].shortRun = true;
+    } else if (steps.size() == 2) {
+        const FastStep& next = steps[1];
+        steps[0].shortRun = (next.op == FastStepOp::Arithmetic || next.op == FastStepOp::Compare) &&
+                            (next.left.from == FastOperand::Stack) != (next.right.from == FastOperand::Stack);
     }
 }
 
@@ -324,7 +339,7 @@ static void compileSubtreeSteps(FastExpression& e, int32_t n) {
         if (!compiler.emit(n) || compiler.overflow) return;
         if (e.subtreeSteps.empty()) e.subtreeSteps.assign(e.nodes.size(), -1);
         e.subtreeSteps[size_t(n)] = int32_t(e.subtreeStepLists.size());
-        packLiterals(compiler.steps);
+        finishSteps(compiler.steps);
         e.subtreeStepLists.push_back(std::move(compiler.steps));
         return;
     }
@@ -349,7 +364,7 @@ void compileFastSteps(FastExpression& expression) {
     }
     StepCompiler compiler{expression, {}};
     if (!compiler.emit(expression.root) || compiler.overflow) return;
-    packLiterals(compiler.steps);
+    finishSteps(compiler.steps);
     expression.steps = std::move(compiler.steps);
 }
 
@@ -365,16 +380,28 @@ bool OrvaneScript::scalarRefusesCall(const FastExpression& e, const std::vector<
     return false;
 }
 
-bool OrvaneScript::runLeafFastStep(const FastExpression& e, const FastStep& step,
-                                   const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
-                                   FastScalarValue& out) try {
-    Packed result = leafStepValue(*this, step, tokens, analyses);
-    if (result == kRefused) return false;
-    out = unpack(result);
-    return true;
-} catch (const std::exception&) {
-    noteFastErrorToken(tokens, e, step.node);
-    throw;
+bool OrvaneScript::runShortFastSteps(const FastExpression& e, const std::vector<FastStep>& steps,
+                                     const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
+                                     FastScalarValue& out) {
+    const FastStep* running = &steps[0];
+    try {
+        Packed result = leafStepValue(*this, steps[0], tokens, analyses);
+        if (steps.size() == 2 && result != kRefused) {
+            // The first answer stands where the stack would hand it over; the other side is a leaf.
+            const FastStep& step = steps[1];
+            running = &step;
+            bool leftWaits = step.left.from == FastOperand::Stack;
+            Packed leaf = readLeaf(*this, leftWaits ? step.right : step.left, tokens, analyses);
+            Packed a = leftWaits ? result : leaf, b = leftWaits ? leaf : result;
+            result = step.op == FastStepOp::Compare ? compare(step.kind, a, b) : arithmetic(step.kind, a, b);
+        }
+        if (result == kRefused) return false;
+        out = unpack(result);
+        return true;
+    } catch (const std::exception&) {
+        noteFastErrorToken(tokens, e, running->node);
+        throw;
+    }
 }
 
 bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vector<FastStep>& list,

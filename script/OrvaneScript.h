@@ -406,14 +406,12 @@ public:
     bool runStepList(const FastExpression& e, const std::vector<FastStep>& steps,
                      const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
                      FastScalarValue& out) {
-        // One operation on leaves (`j <= n`, `i % 7`, `a[i]`) needs no stack.
-        if (steps.size() == 1 && (steps[0].op == FastStepOp::Arithmetic || steps[0].op == FastStepOp::Compare ||
-                                  steps[0].op == FastStepOp::IndexLeaf))
-            return runLeafFastStep(e, steps[0], tokens, analyses, out);
+        if (steps[0].shortRun) return runShortFastSteps(e, steps, tokens, analyses, out);
         return runFastStepsOnStack(e, steps, tokens, analyses, out);
     }
-    bool runLeafFastStep(const FastExpression& e, const FastStep& step, const std::vector<std::string>& tokens,
-                         std::vector<TokenAnalysis>& analyses, FastScalarValue& out);
+    bool runShortFastSteps(const FastExpression& e, const std::vector<FastStep>& steps,
+                           const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
+                           FastScalarValue& out);
     bool runFastStepsOnStack(const FastExpression& e, const std::vector<FastStep>& steps,
                              const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
                              FastScalarValue& out);

@@ -84,6 +84,9 @@ const char* kExpressions[] = {
     "tbl[s]", "s[1]", "missing[1]", "a[1]", "#arr", "#s", "#tbl", "#a", "#missing", "arr[1 / z]",
     "missing[1 / z]", "s + 1 / z", "a < 1 % z", "(a > b) == t", "1 < 2 < 3", "z or no or missing",
     "a * 1.5 - f / 2", "a % -3", "b % 2", "b \\ 2", "1.5 \\ 0.5",
+    // An operation on leaves and one more over its answer: the second may raise or refuse.
+    "(a + 1) % z", "s < a + 1", "missing + a * 2", "(a - b) / g", "(f * f) \\ z", "arr[1] + 1 > a",
+    "no == (a > 1)", "2 - (f - a)", "z * (a % 0)",
 };
 
 }  // namespace
