@@ -423,10 +423,12 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
     try {
         while (i < count) {
             const FastStep& step = steps[i++];
-            // Most steps are arithmetic: a test of their own is better predicted than the table.
-            if (step.op == FastStepOp::Arithmetic) {
+            // Most steps are arithmetic or comparisons: tests of their own are better predicted
+            // than the table. The right operand is the top of the stack when both come from there.
+            if (step.op == FastStepOp::Arithmetic || step.op == FastStepOp::Compare) {
                 Packed b = operand(step.right);
-                Packed result = arithmetic(step.kind, operand(step.left), b);
+                Packed a = operand(step.left);
+                Packed result = step.op == FastStepOp::Arithmetic ? arithmetic(step.kind, a, b) : compare(step.kind, a, b);
                 if (result == kRefused) return false;
                 slots[++top].scalar = result;
                 continue;
@@ -487,20 +489,13 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
                 slots[++top].scalar = value;
                 break;
             }
-            // The right operand is the top of the stack when both come from there.
-            case FastStepOp::Compare: {
-                Packed b = operand(step.right);
-                Packed result = compare(step.kind, operand(step.left), b);
-                if (result == kRefused) return false;
-                slots[++top].scalar = result;
-                break;
-            }
             case FastStepOp::AndOr:
                 // Or keeps a true left operand, And a false one; otherwise the right side decides.
                 if ((step.kind == Kind::Or) == truthOf(slots[top].scalar)) i = size_t(step.jump);
                 else --top;
                 break;
-            case FastStepOp::Arithmetic: break;  // taken above
+            case FastStepOp::Arithmetic:
+            case FastStepOp::Compare: break;  // taken above
             }
         }
     } catch (const std::exception&) {
