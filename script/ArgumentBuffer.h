@@ -21,11 +21,13 @@ public:
     ArgumentBuffer(const ArgumentBuffer&) = delete;
     ArgumentBuffer& operator=(const ArgumentBuffer&) = delete;
 
-    void push(Variable&& value) {
+    // Takes the value that make() returns, built straight in its place when it lives inline.
+    template <typename Make>
+    void pushFrom(Make&& make) {
         if (spill.capacity() > 0) {
-            spill.push_back(std::move(value));
+            spill.push_back(make());
         } else {
-            new (inlineData() + used) Variable(std::move(value));
+            new (inlineData() + used) Variable(make());
         }
         ++used;
     }

@@ -483,7 +483,7 @@ void OrvaneScript::finishSimpleAssign(const ParsedScriptLine& line, char op, boo
         size_t count = argExpressions.size();
         ArgumentBuffer buffer(count);
         for (size_t i = 0; i < count; ++i) {
-            buffer.push(evaluateFastExpression(argExpressions[i], tokens, analyses));
+            buffer.pushFrom([&] { return evaluateFastExpression(argExpressions[i], tokens, analyses); });
             if (shouldAbortForSoftRaisedError()) return;
         }
         Variable* args = buffer.data();

@@ -426,12 +426,13 @@ bool OrvaneScript::tryScalarCall(const FastExpression& e, const FastExprNode& no
         for (size_t i = 0; i < count; ++i) {
             FastScalarValue s;
             if (!tryEvaluateFastExpressionScalarNode(e, argNodes[i], tokens, analyses, s)) return false;
-            args.push(scalarToVariable(s));
+            args.pushFrom([&] { return scalarToVariable(s); });
         }
     } else {
         for (size_t i = 0; i < count; ++i)
             if (hasCall(e, argNodes[i])) return false;
-        for (size_t i = 0; i < count; ++i) args.push(evaluateFastExpressionNode(e, argNodes[i], tokens, analyses));
+        for (size_t i = 0; i < count; ++i)
+            args.pushFrom([&] { return evaluateFastExpressionNode(e, argNodes[i], tokens, analyses); });
     }
     return tryEvaluateNativeBuiltinScalar(id, args.data(), count, out);
 }
@@ -671,7 +672,7 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
         const int32_t* argNodes = e.callArgs.data() + node.right;
         ArgumentBuffer buffer(count);
         for (size_t i = 0; i < count; ++i) {
-            buffer.push(eval(argNodes[i]));
+            buffer.pushFrom([&] { return eval(argNodes[i]); });
             if (shouldAbortForSoftRaisedError()) return Variable();
         }
         Variable* args = buffer.data();

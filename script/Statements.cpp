@@ -493,7 +493,9 @@ bool OrvaneScript::tryLazyIpairs(const ParsedScriptLine& line, const std::vector
     if ((id != kBuiltinStringGmatch && id != kBuiltinStringByte) || count > 8) return false;
     ArgumentBuffer buffer(count);
     for (size_t i = 0; i < count; ++i) {
-        buffer.push(evaluateFastExpressionNode(e, e.callArgs[size_t(call.right) + i], line.tokens, line.analyses));
+        buffer.pushFrom([&] {
+            return evaluateFastExpressionNode(e, e.callArgs[size_t(call.right) + i], line.tokens, line.analyses);
+        });
         if (shouldAbortForSoftRaisedError()) {
             result = Variable();
             return true;
