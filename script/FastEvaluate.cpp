@@ -577,11 +577,9 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
             node.kind != Kind::Pow) {
             // Integer operands need no Variable at all. Where the subtree has steps, they answer
             // integers as the integer evaluator does; a float or a refusal goes on below.
-            if (size_t(n) < e.subtreeSteps.size() && e.subtreeSteps[size_t(n)] >= 0) {
-                FastScalarValue value;
-                const auto& steps = e.subtreeStepLists[size_t(e.subtreeSteps[size_t(n)])];
-                if (runStepList(e, steps, tokens, analyses, value) && value.kind == FastScalarValue::Int)
-                    return Variable(value.intValue);
+            if (hasSubtreeSteps(e, n)) {
+                int32_t value;
+                if (runSubtreeInt(e, n, tokens, analyses, value)) return Variable(value);
             } else {
                 int32_t value;
                 if (tryEvaluateFastExpressionIntNode(e, n, tokens, analyses, value)) return Variable(value);
@@ -672,7 +670,12 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
         const int32_t* argNodes = e.callArgs.data() + node.right;
         ArgumentBuffer buffer(count);
         for (size_t i = 0; i < count; ++i) {
-            buffer.pushFrom([&] { return eval(argNodes[i]); });
+            // `n - 1` straight from its steps, as its own node would take it first.
+            int32_t value;
+            if (hasSubtreeSteps(e, argNodes[i]) && runSubtreeInt(e, argNodes[i], tokens, analyses, value))
+                buffer.pushFrom([&] { return Variable(value); });
+            else
+                buffer.pushFrom([&] { return eval(argNodes[i]); });
             if (shouldAbortForSoftRaisedError()) return Variable();
         }
         Variable* args = buffer.data();

@@ -409,6 +409,19 @@ public:
         if (steps[0].shortRun) return runShortFastSteps(e, steps, tokens, analyses, out);
         return runFastStepsOnStack(e, steps, tokens, analyses, out);
     }
+    // A subtree's own steps (the arithmetic between the calls of an expression), for an integer.
+    static bool hasSubtreeSteps(const FastExpression& e, int32_t node) {
+        return size_t(node) < e.subtreeSteps.size() && e.subtreeSteps[size_t(node)] >= 0;
+    }
+    bool runSubtreeInt(const FastExpression& e, int32_t node, const std::vector<std::string>& tokens,
+                       std::vector<TokenAnalysis>& analyses, int32_t& out) {
+        FastScalarValue value;
+        if (!runStepList(e, e.subtreeStepLists[size_t(e.subtreeSteps[size_t(node)])], tokens, analyses, value) ||
+            value.kind != FastScalarValue::Int)
+            return false;
+        out = value.intValue;
+        return true;
+    }
     bool runShortFastSteps(const FastExpression& e, const std::vector<FastStep>& steps,
                            const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
                            FastScalarValue& out);
