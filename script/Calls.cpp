@@ -36,6 +36,14 @@ struct CallFrameGuard {
         // Built in place from the arguments: no temporary entry to move.
         for (size_t i = 0; i < bound; ++i) scope.emplace_back(parameters[i], args[i]);
         for (size_t i = bound; i < parameters.size(); ++i) scope.emplace_back().name = parameters[i];
+        // With no local scope visible and no fast body running, the new entries are what these
+        // names stand for until the stacks change, so the body's first reads need no search.
+        if (script.localScopes.size() == script.localScopeBase && !script.referenceRoute) {
+            for (const auto& [analysis, slot] : function.parameterTokens) {
+                analysis->cachedEpoch = script.scopeEpoch;
+                analysis->cachedVariable = &scope[slot].value;
+            }
+        }
         if (function.isVariadic) script.varargStack.emplace_back(args + bound, args + count);
         // A recursive call names the same source as its caller: nothing to push.
         if (!function.sourceRoot.empty() && !onTop(script.sourceRootStack, &function.sourceRoot))

@@ -89,6 +89,7 @@ using NativeFunction = std::function<Variable(const VariableArray&)>;
 
 struct ParsedScriptLine;
 struct BytecodeProgram;
+struct TokenAnalysis;
 
 // A function object, native or script. Its body lines are complete only in script/ParsedLine.h,
 // so the destructor lives out of line.
@@ -116,6 +117,9 @@ struct ScriptCallable {
     // removed, so the answer holds until a new global appears.
     mutable size_t shadowCheckedGlobals = ~size_t(0);
     mutable bool parametersShadowGlobals = false;
+    // The tokens of the compiled body that name a parameter, with its slot: a call points their
+    // name caches straight at its new entries.
+    std::vector<std::pair<TokenAnalysis*, uint32_t>> parameterTokens;
 };
 
 // The names of a type: as the interpreter prints it, as the bridges name it, as typeOf answers.
