@@ -16,10 +16,12 @@ namespace {
 
 }  // namespace
 
-// Each interpreter counts its scope epochs from a range of its own.
+// Each interpreter counts its scope epochs from a range of its own: 2^48 of them, a month of a
+// new epoch every 10 ns, so lines handed from one interpreter to another never meet an epoch
+// they were cached under.
 static uint64_t firstScopeEpoch() {
     static std::atomic<uint64_t> interpreters{0};
-    return (++interpreters << 40) + 1;
+    return (++interpreters << 48) + 1;
 }
 
 OrvaneScript::OrvaneScript() : epochCounter(firstScopeEpoch()), scopeEpoch(epochCounter) {
