@@ -26,7 +26,7 @@ struct FastCompiler {
     bool atEnd() const { return pos >= end; }
     bool peekIs(const char* t) const { return pos < end && tokens[pos] == t; }
 
-    std::vector<uint16_t> extentEnd;  // per node: its last token, closing parentheses included
+    std::vector<uint16_t> extentEnd = {};  // per node: its last token, closing parentheses included
 
     int32_t add(FastExprNode node, size_t lastToken) {
         out.nodes.push_back(node);
