@@ -22,9 +22,9 @@ struct ConditionalScopeGuard {
     }
     ~ConditionalScopeGuard() {
         if (!pushed) return;
-        script.popScopes(script.localScopes, height);
+        // The base first: the pop then draws the one new epoch for both.
         script.localScopeBase = base;
-        script.scopesChanged();
+        script.popScopes(script.localScopes, height);
     }
     OrvaneScript& script;
     bool pushed;

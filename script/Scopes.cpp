@@ -154,16 +154,7 @@ Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAna
 }
 
 Variable* OrvaneScript::resolveAndKeep(const std::string& name, TokenAnalysis& a) {
-    Variable* v;
-    if (a.scopeKind == kScopeKindGlobal && a.scopeSlot == shadowEpoch) {
-        v = static_cast<Variable*>(const_cast<void*>(a.scopePtr));
-    } else if (a.scopeKind == kScopeKindNative && localScopes.size() == localScopeBase && !fastCallable &&
-               !nativeScopes.empty() && a.scopeSlot < nativeScopes.back().size() &&
-               sameName(nativeScopes.back()[a.scopeSlot].name, name)) {
-        v = &nativeScopes.back()[a.scopeSlot].value;  // a parameter or loop variable, as last time
-    } else {
-        v = resolveVariableFastPtr(name, a);
-    }
+    Variable* v = resolveVariableFastPtr(name, a);
     if (v && a.scopeKind != kScopeKindFastParam) {
         a.cachedEpoch = scopeEpoch;
         a.cachedVariable = v;

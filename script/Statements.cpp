@@ -17,9 +17,9 @@ struct LocalScopeGuard {
         script.pushScope(script.localScopes);
     }
     ~LocalScopeGuard() {
-        script.popScopes(script.localScopes, height);
+        // The base first: the pop then draws the one new epoch for both.
         script.localScopeBase = base;
-        script.scopesChanged();
+        script.popScopes(script.localScopes, height);
     }
     OrvaneScript& script;
     size_t height, base;
