@@ -33,27 +33,6 @@ struct ConditionalScopeGuard {
 
 const char* kErrorPrefix = "OrvaneScript error:";
 
-// The tokens of a function's body that name one of its parameters, with the slot of the first
-// parameter of that name (the one a search finds).
-std::vector<std::pair<TokenAnalysis*, uint32_t>> findParameterTokens(const BytecodeProgram& p,
-                                                                     const BytecodeFunctionDecl& declaration,
-                                                                     const std::vector<std::string>& parameters) {
-    std::vector<std::pair<TokenAnalysis*, uint32_t>> found;
-    if (declaration.bodyStart > declaration.bodyEnd || declaration.bodyEnd > p.lines.size()) return found;
-    for (uint32_t i = declaration.bodyStart; i < declaration.bodyEnd; ++i) {
-        const ParsedScriptLine& line = p.lines[i];
-        for (size_t k = 0; k < line.tokens.size() && k < line.analyses.size(); ++k) {
-            if (!line.analyses[k].isIdentifier) continue;
-            for (uint32_t slot = 0; slot < parameters.size(); ++slot) {
-                if (line.tokens[k] != parameters[slot]) continue;
-                found.emplace_back(&line.analyses[k], slot);
-                break;
-            }
-        }
-    }
-    return found;
-}
-
 }  // namespace
 
 inline const ParsedScriptLine& OrvaneScript::lineStep(const BytecodeProgram& program, uint32_t index) {
@@ -415,7 +394,9 @@ bool OrvaneScript::executeInstruction(const std::shared_ptr<BytecodeProgram>& pr
         if (!function) return false;
         function->bytecode = program;
         function->chunkIndex = declaration.chunk;
-        function->parameterTokens = findParameterTokens(p, declaration, function->parameters);
+        if (declaration.bodyStart <= declaration.bodyEnd && declaration.bodyEnd <= p.lines.size())
+            function->parameterTokens =
+                findParameterTokens(p.lines, declaration.bodyStart, declaration.bodyEnd, function->parameters);
         function->sourceRoot = declaration.sourceRoot;
         function->sourcePath = declaration.sourcePath;
         if (declaration.bodyStart <= declaration.bodyEnd && declaration.bodyEnd <= p.lines.size()) {

@@ -1,5 +1,5 @@
-// Functions whose body is one `return`, or a literal guard and a `return`, run without a scope:
-// their parameters are read straight from the caller's argument array.
+// Functions whose body is one `return`, or a guard and a `return`, run without a scope: their
+// parameters are read straight from the caller's argument array.
 #include <algorithm>
 #include <stdexcept>
 
@@ -32,6 +32,15 @@ struct FastFrameGuard {
         script.fastArgs = args;
         script.fastArgCount = count;
         script.scopesChanged();
+        // With no local scope visible the parameters come first: their tokens can point at the
+        // arguments until the stacks change. A missing one is searched each time (a fresh nil).
+        if (script.localScopes.size() == script.localScopeBase && !script.referenceRoute) {
+            for (const auto& [analysis, slot] : callable.parameterTokens) {
+                if (slot >= count) continue;
+                analysis->cachedEpoch = script.scopeEpoch;
+                analysis->cachedVariable = const_cast<Variable*>(&args[slot]);
+            }
+        }
         if (callable.isVariadic) {
             size_t named = std::min(callable.parameters.size(), count);
             script.varargStack.emplace_back(args + named, args + count);
@@ -59,12 +68,38 @@ struct FastFrameGuard {
     OrvaneScript::ScopeState scopes;
 };
 
+// A compiled condition without calls: a scalar attempt that evaluated it and then refused the
+// answer has caused nothing that the fallback causes again.
+bool guardIsCallFree(const ParsedScriptLine& line) {
+    const FastExpression& e = line.condition;
+    return e.valid && e.root >= 0 && !(e.nodes[size_t(e.root)].flags & kFastExprNodeHasCall);
+}
+
 }  // namespace
+
+std::vector<std::pair<TokenAnalysis*, uint32_t>> findParameterTokens(const std::vector<ParsedScriptLine>& lines,
+                                                                     size_t begin, size_t end,
+                                                                     const std::vector<std::string>& parameters) {
+    std::vector<std::pair<TokenAnalysis*, uint32_t>> found;
+    for (size_t i = begin; i < end && i < lines.size(); ++i) {
+        const ParsedScriptLine& line = lines[i];
+        for (size_t k = 0; k < line.tokens.size() && k < line.analyses.size(); ++k) {
+            if (!line.analyses[k].isIdentifier) continue;
+            for (uint32_t slot = 0; slot < parameters.size(); ++slot) {
+                if (line.tokens[k] != parameters[slot]) continue;
+                found.emplace_back(&line.analyses[k], slot);
+                break;
+            }
+        }
+    }
+    return found;
+}
 
 void prepareFastCallableBody(ScriptCallable& callable) {
     callable.fastBodyKind = 0;
     callable.fastGuardLine = 0;
     callable.fastReturnLine = 0;
+    callable.fastGuardReturnLine = 0;
     callable.fastGuardMessage.clear();
     std::vector<size_t> lines;
     for (size_t i = 0; i < callable.body.size() && lines.size() < 5; ++i)
@@ -74,17 +109,26 @@ void prepareFastCallableBody(ScriptCallable& callable) {
     if (lines.size() == 1 && body[lines[0]].kind == LineKind::Return) {
         callable.fastBodyKind = 1;
         callable.fastReturnLine = uint16_t(lines[0]);
+        callable.parameterTokens = findParameterTokens(body, 0, body.size(), callable.parameters);
         return;
     }
+    if (lines.size() != 4 || body[lines[0]].kind != LineKind::If || body[lines[0]].matchIndex != lines[2] ||
+        body[lines[0]].nextClauseIndex != kNoLink || body[lines[2]].kind != LineKind::End ||
+        body[lines[3]].kind != LineKind::Return)
+        return;
     std::string message;
-    if (lines.size() == 4 && body[lines[0]].kind == LineKind::If && body[lines[0]].matchIndex == lines[2] &&
-        body[lines[0]].nextClauseIndex == kNoLink && extractLiteralErrorCall(body[lines[1]], message) &&
-        body[lines[2]].kind == LineKind::End && body[lines[3]].kind == LineKind::Return) {
+    if (extractLiteralErrorCall(body[lines[1]], message)) {
         callable.fastBodyKind = 2;
-        callable.fastGuardLine = uint16_t(lines[0]);
-        callable.fastReturnLine = uint16_t(lines[3]);
         callable.fastGuardMessage = std::move(message);
+    } else if (body[lines[1]].kind == LineKind::Return && guardIsCallFree(body[lines[0]])) {
+        callable.fastBodyKind = 3;
+        callable.fastGuardReturnLine = uint16_t(lines[1]);
+    } else {
+        return;
     }
+    callable.fastGuardLine = uint16_t(lines[0]);
+    callable.fastReturnLine = uint16_t(lines[3]);
+    callable.parameterTokens = findParameterTokens(body, 0, body.size(), callable.parameters);
 }
 
 // The guard of a shape-2 body: true when it fires.
@@ -108,7 +152,12 @@ bool OrvaneScript::tryEvaluateFastCallableScalar(const ScriptCallable& callable,
     const ParsedScriptLine& returnLine = callable.body[callable.fastReturnLine];
     if (returnLine.returnValues.size() != 1 || !returnLine.returnValues[0].valid) return false;
     FastFrameGuard frame(*this, callable, args, count, true);
-    if (callable.fastBodyKind == 2 && guardHolds(*this, callable.body[callable.fastGuardLine])) {
+    if (callable.fastBodyKind >= 2 && guardHolds(*this, callable.body[callable.fastGuardLine])) {
+        if (callable.fastBodyKind == 3) {
+            const ParsedScriptLine& early = callable.body[callable.fastGuardReturnLine];
+            if (early.returnValues.size() != 1 || !early.returnValues[0].valid) return false;
+            return tryEvaluateFastExpressionScalar(early.returnValues[0], early.tokens, early.analyses, out);
+        }
         raiseScriptErrorSoft(callable.fastGuardMessage);
         out = FastScalarValue::makeNil();
         return true;
@@ -116,9 +165,9 @@ bool OrvaneScript::tryEvaluateFastCallableScalar(const ScriptCallable& callable,
     return tryEvaluateFastExpressionScalar(returnLine.returnValues[0], returnLine.tokens, returnLine.analyses, out);
 }
 
-Variable OrvaneScript::evaluateFastCallableReturn(const ScriptCallable& callable) {
+Variable OrvaneScript::evaluateFastCallableReturn(const ScriptCallable& callable, uint16_t line) {
     BlockSignal signal = BlockSignal::None;
-    return executeReturn(callable.body[callable.fastReturnLine], signal);
+    return executeReturn(callable.body[line], signal);
 }
 
 Variable OrvaneScript::callFastBody(const CallablePtr& function, const Variable* args, size_t count) {
@@ -129,17 +178,21 @@ Variable OrvaneScript::callFastBody(const CallablePtr& function, const Variable*
         // No line runs here, so an error is located at the body's line as a block would do it.
         const ParsedScriptLine* line = nullptr;
         try {
-            if (function->fastBodyKind == 2) {
+            uint16_t answer = function->fastReturnLine;
+            if (function->fastBodyKind >= 2) {
                 line = &function->body[function->fastGuardLine];
                 recordLine(*line);
                 if (guardHolds(*this, *line)) {
-                    raiseScriptErrorSoft(function->fastGuardMessage);
-                    return Variable();
+                    if (function->fastBodyKind == 2) {
+                        raiseScriptErrorSoft(function->fastGuardMessage);
+                        return Variable();
+                    }
+                    answer = function->fastGuardReturnLine;
                 }
             }
-            line = &function->body[function->fastReturnLine];
+            line = &function->body[answer];
             recordLine(*line);
-            result = evaluateFastCallableReturn(*function);
+            result = evaluateFastCallableReturn(*function, answer);
         } catch (const std::exception& e) {
             if (std::string_view(e.what()).starts_with("OrvaneScript error:")) throw;
             throwError(e.what(), nearToken.empty() ? std::string_view(line->tokens[0]) : std::string_view(nearToken));

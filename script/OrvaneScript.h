@@ -68,6 +68,11 @@ uint8_t builtinIdFromName(std::string_view name);
 
 // Marks a function whose body is one `return`, or a literal guard and a `return`, for scopeless calls.
 void prepareFastCallableBody(ScriptCallable& callable);
+// The tokens of lines [begin, end) that name one of the parameters, with the slot of the first
+// parameter of that name (the one a search finds).
+std::vector<std::pair<TokenAnalysis*, uint32_t>> findParameterTokens(const std::vector<ParsedScriptLine>& lines,
+                                                                     size_t begin, size_t end,
+                                                                     const std::vector<std::string>& parameters);
 
 // The message of an `error` or failed `assert` outside any pcall.
 struct BytecodeProgram;
@@ -386,7 +391,7 @@ public:
     bool tryEvaluateNativeBuiltinScalar(uint8_t id, const Variable* args, size_t count, FastScalarValue& out);
     bool tryEvaluateFastCallableScalar(const ScriptCallable& callable, const Variable* args, size_t count,
                                        FastScalarValue& out);
-    Variable evaluateFastCallableReturn(const ScriptCallable& callable);
+    Variable evaluateFastCallableReturn(const ScriptCallable& callable, uint16_t line);
     bool tryFastScalarFromIndexedValue(const Variable& base, const Variable& index, FastScalarValue& out);
     bool tryApplyFastScalarOperationInPlace(Variable& variable, char op, const FastScalarValue& scalar);
 

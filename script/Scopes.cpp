@@ -155,7 +155,8 @@ Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAna
 
 Variable* OrvaneScript::resolveAndKeep(const std::string& name, TokenAnalysis& a) {
     Variable* v = resolveVariableFastPtr(name, a);
-    if (v && a.scopeKind != kScopeKindFastParam) {
+    // A missing fast parameter is a fresh nil on every read: never kept.
+    if (v && v != &missingArgument) {
         a.cachedEpoch = scopeEpoch;
         a.cachedVariable = v;
     }

@@ -109,9 +109,12 @@ struct ScriptCallable {
     std::vector<ParsedScriptLine> body;
     std::string sourceRoot;
     std::string sourcePath;
-    uint8_t fastBodyKind = 0;  // 0 none, 1 a single `return`, 2 `if` + `error('literal')` + `end` + `return`
+    // 0 none, 1 a single `return`, 2 `if` + `error('literal')` + `end` + `return`,
+    // 3 `if` + `return` + `end` + `return` (a guard that answers early)
+    uint8_t fastBodyKind = 0;
     uint16_t fastGuardLine = 0;
     uint16_t fastReturnLine = 0;
+    uint16_t fastGuardReturnLine = 0;  // shape 3: the `return` inside the guard
     std::string fastGuardMessage;
     // Whether a parameter name is also a global, as of a given global count: globals are never
     // removed, so the answer holds until a new global appears.
