@@ -45,15 +45,20 @@ struct FastFrameGuard {
             size_t named = std::min(callable.parameters.size(), count);
             script.varargStack.emplace_back(args + named, args + count);
         }
+        // A recursive call names the same source as its caller: nothing to push.
         if (!callable.sourceRoot.empty()) {
-            script.sourceRootStack.push_back(&callable.sourceRoot);
-            if (!callable.sourcePath.empty()) script.sourcePathStack.push_back(&callable.sourcePath);
+            if (!onTop(script.sourceRootStack, &callable.sourceRoot)) script.sourceRootStack.push_back(&callable.sourceRoot);
+            if (!callable.sourcePath.empty() && !onTop(script.sourcePathStack, &callable.sourcePath))
+                script.sourcePathStack.push_back(&callable.sourcePath);
         }
     }
+    static bool onTop(const std::vector<const std::string*>& stack, const std::string* text) {
+        return !stack.empty() && stack.back() == text;
+    }
     ~FastFrameGuard() {
-        script.sourcePathStack.resize(pathHeight);
-        script.sourceRootStack.resize(rootHeight);
-        script.varargStack.resize(varargHeight);
+        if (script.sourcePathStack.size() != pathHeight) script.sourcePathStack.resize(pathHeight);
+        if (script.sourceRootStack.size() != rootHeight) script.sourceRootStack.resize(rootHeight);
+        if (script.varargStack.size() != varargHeight) script.varargStack.resize(varargHeight);
         script.fastArgCount = savedCount;
         script.fastArgs = savedArgs;
         script.fastCallable = savedCallable;
@@ -171,7 +176,8 @@ Variable OrvaneScript::evaluateFastCallableReturn(const ScriptCallable& callable
 }
 
 Variable OrvaneScript::callFastBody(const CallablePtr& function, const Variable* args, size_t count) {
-    LocationGuard location(*this);
+    // Each way through records a line before anything reads the location.
+    LocationGuard location(*this, LocationGuard::Take{});
     Variable result;
     {
         FastFrameGuard frame(*this, *function, args, count, false);

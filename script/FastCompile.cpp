@@ -210,6 +210,31 @@ struct FastCompiler {
 
 }  // namespace
 
+// Children come before their parents, so one pass in order sees each child first. An Add is
+// marked when its leaves have the shape and one of them is a string literal: without one, the
+// general Add gives the same text.
+static void markConcatShapes(FastExpression& e) {
+    enum : uint8_t { Shape = 1, Literal = 2 };
+    std::vector<uint8_t> seen(e.nodes.size(), 0);
+    for (size_t i = 0; i < e.nodes.size(); ++i) {
+        FastExprNode& node = e.nodes[i];
+        switch (node.kind) {
+        case FastExprNodeKind::String: seen[i] = Shape | Literal; break;
+        case FastExprNodeKind::Call:
+            if (node.intValue == 1 && e.nodes[size_t(node.left)].kind == FastExprNodeKind::Variable) seen[i] = Shape;
+            break;
+        case FastExprNodeKind::Add: {
+            uint8_t l = seen[size_t(node.left)], r = seen[size_t(node.right)];
+            if ((l & Shape) && (r & Shape)) seen[i] = uint8_t(Shape | ((l | r) & Literal));
+            break;
+        }
+        default: break;
+        }
+        bool marked = node.kind == FastExprNodeKind::Add && seen[i] == (Shape | Literal);
+        node.flags = uint8_t((node.flags & ~kFastExprNodeConcatShape) | (marked ? kFastExprNodeConcatShape : 0));
+    }
+}
+
 FastExpression compileFastExpressionRange(const std::vector<std::string>& tokens,
                                           const std::vector<TokenAnalysis>& analyses, size_t begin, size_t end) {
     // Node token indices are 16 bits wide; longer lines stay on the token evaluator.
@@ -220,6 +245,7 @@ FastExpression compileFastExpressionRange(const std::vector<std::string>& tokens
     if (!compiler.healthy || root < 0 || compiler.pos != end) return {};
     compiler.out.valid = true;
     compiler.out.root = root;
+    markConcatShapes(compiler.out);
     compileFastSteps(compiler.out);
     return std::move(compiler.out);
 }

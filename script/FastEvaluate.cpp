@@ -566,7 +566,7 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
     }
     case Kind::Add: case Kind::Sub: case Kind::Mul: case Kind::Div: case Kind::IntDiv: case Kind::Mod:
     case Kind::Pow: {
-        if (node.kind == Kind::Add) {
+        if (node.kind == Kind::Add && (node.flags & kFastExprNodeConcatShape)) {
             std::string text;
             if (appendFastStringConcatNode(e, n, tokens, analyses, text)) {
                 if (shouldAbortForSoftRaisedError()) return Variable();

@@ -18,6 +18,9 @@ enum class FastExprNodeKind : uint8_t {
 constexpr uint8_t kFastExprNodeMayFloat = 1;
 // The subtree holds a call: the try evaluators never run one that they might then refuse.
 constexpr uint8_t kFastExprNodeHasCall = 2;
+// An Add whose leaves are all string literals or one-argument calls of a name, one of them a
+// literal: the only shape that the one-piece string concatenation takes.
+constexpr uint8_t kFastExprNodeConcatShape = 4;
 
 struct FastExprNode {
     FastExprNodeKind kind = FastExprNodeKind::None;
