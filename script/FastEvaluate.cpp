@@ -692,9 +692,10 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
             }
         }
         if (callee.kind == Kind::Variable) {
-            // Read in place: the call takes its own hold on the function before anything runs.
+            // Read in place (no copy): the call takes its own hold on the function before anything runs.
+            static const Variable noFunction;
             const Variable* function = resolveFast(tokens[callee.tokenIndex], analyses[callee.tokenIndex]);
-            return invokeCallableFast(function ? *function : Variable(), args, count);
+            return invokeCallableFast(function ? *function : noFunction, args, count);
         }
         Variable function = eval(node.left);
         if (shouldAbortForSoftRaisedError()) return Variable();
