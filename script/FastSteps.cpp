@@ -265,16 +265,17 @@ Packed indexedElement(OrvaneScript& script, const Variable& base, Packed key) {
 }
 
 // A leaf operand: a literal, or a name read in place.
-[[gnu::always_inline]] inline Packed readLeaf(OrvaneScript& script, const FastOperand& o, const std::vector<std::string>& tokens,
-                std::vector<TokenAnalysis>& analyses) {
+// The names and analyses of the line come as plain pointers, which stay in registers.
+[[gnu::always_inline]] inline Packed readLeaf(OrvaneScript& script, const FastOperand& o, const std::string* tokens,
+                                              TokenAnalysis* analyses) {
     if (o.from == FastOperand::Literal) return o.packedLiteral;
     const Variable* v = script.resolveFast(tokens[o.token], analyses[o.token]);
     return v ? packVariable(*v) : kPackedNil;
 }
 
 // A step whose operands are all leaves: an operation on two, or an index by one.
-[[gnu::always_inline]] inline Packed leafStepValue(OrvaneScript& script, const FastStep& step, const std::vector<std::string>& tokens,
-                     std::vector<TokenAnalysis>& analyses) {
+[[gnu::always_inline]] inline Packed leafStepValue(OrvaneScript& script, const FastStep& step, const std::string* tokens,
+                                                   TokenAnalysis* analyses) {
     Packed b = readLeaf(script, step.right, tokens, analyses);
     if (b == kRefused) return kRefused;
     if (step.op == FastStepOp::IndexLeaf) {
@@ -384,14 +385,16 @@ bool OrvaneScript::runShortFastSteps(const FastExpression& e, const std::vector<
                                      const std::vector<std::string>& tokens, std::vector<TokenAnalysis>& analyses,
                                      FastScalarValue& out) {
     const FastStep* running = &steps[0];
+    const std::string* names = tokens.data();
+    TokenAnalysis* table = analyses.data();
     try {
-        Packed result = leafStepValue(*this, steps[0], tokens, analyses);
+        Packed result = leafStepValue(*this, steps[0], names, table);
         if (steps.size() == 2 && result != kRefused) {
             // The first answer stands where the stack would hand it over; the other side is a leaf.
             const FastStep& step = steps[1];
             running = &step;
             bool leftWaits = step.left.from == FastOperand::Stack;
-            Packed leaf = readLeaf(*this, leftWaits ? step.right : step.left, tokens, analyses);
+            Packed leaf = readLeaf(*this, leftWaits ? step.right : step.left, names, table);
             Packed a = leftWaits ? result : leaf, b = leftWaits ? leaf : result;
             result = step.op == FastStepOp::Compare ? compare(step.kind, a, b) : arithmetic(step.kind, a, b);
         }
@@ -413,9 +416,11 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
         const Variable* base;
     } slots[kFastStepStackSize];
     int top = -1;
+    const std::string* names = tokens.data();
+    TokenAnalysis* table = analyses.data();
     // An operand: from the stack, or a leaf read now.
     auto operand = [&](const FastOperand& o) -> Packed {
-        return o.from == FastOperand::Stack ? slots[top--].scalar : readLeaf(*this, o, tokens, analyses);
+        return o.from == FastOperand::Stack ? slots[top--].scalar : readLeaf(*this, o, names, table);
     };
     const FastStep* steps = list.data();
     const size_t count = list.size();
@@ -441,7 +446,7 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
                 break;
             }
             case FastStepOp::IndexBase: {
-                const Variable* base = resolveFast(tokens[step.token], analyses[step.token]);
+                const Variable* base = resolveFast(names[step.token], table[step.token]);
                 if (!base) return false;
                 slots[++top].base = base;
                 break;
@@ -454,13 +459,13 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
                 break;
             }
             case FastStepOp::IndexLeaf: {
-                Packed value = leafStepValue(*this, step, tokens, analyses);
+                Packed value = leafStepValue(*this, step, names, table);
                 if (value == kRefused) return false;
                 slots[++top].scalar = value;
                 break;
             }
             case FastStepOp::IndexString: {
-                const Variable* base = resolveFast(tokens[step.token], analyses[step.token]);
+                const Variable* base = resolveFast(names[step.token], table[step.token]);
                 if (!base || base->type != VarType::Table) return false;
                 const VariableTable& table = **std::get_if<TablePtr>(&base->value);
                 const FastExprNode& key = e.nodes[size_t(e.nodes[size_t(step.node)].right)];
@@ -471,7 +476,7 @@ bool OrvaneScript::runFastStepsOnStack(const FastExpression& e, const std::vecto
                 break;
             }
             case FastStepOp::Length: {
-                const Variable* v = resolveFast(tokens[step.token], analyses[step.token]);
+                const Variable* v = resolveFast(names[step.token], table[step.token]);
                 slots[++top].scalar = packInt(arrayLength(v ? *v : Variable()));
                 break;
             }
