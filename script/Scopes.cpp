@@ -154,7 +154,10 @@ Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAna
 }
 
 Variable* OrvaneScript::resolveAndKeep(const std::string& name, TokenAnalysis& a) {
-    Variable* v = resolveVariableFastPtr(name, a);
+    // A global that nothing hides yet, the commonest miss after a call drew a new epoch.
+    Variable* v = a.scopeKind == kScopeKindGlobal && a.scopeSlot == shadowEpoch
+                      ? static_cast<Variable*>(const_cast<void*>(a.scopePtr))
+                      : resolveVariableFastPtr(name, a);
     // A missing fast parameter is a fresh nil on every read: never kept.
     if (v && v != &missingArgument) {
         a.cachedEpoch = scopeEpoch;
