@@ -178,6 +178,7 @@ Variable OrvaneScript::evaluateFastCallableReturn(const ScriptCallable& callable
 Variable OrvaneScript::callFastBody(const CallablePtr& function, const Variable* args, size_t count) {
     // Each way through records a line before anything reads the location.
     LocationGuard location(*this, LocationGuard::Take{});
+    // One named value and one way out, so that the value is built in the caller's place.
     Variable result;
     {
         FastFrameGuard frame(*this, *function, args, count, false);
@@ -185,26 +186,27 @@ Variable OrvaneScript::callFastBody(const CallablePtr& function, const Variable*
         const ParsedScriptLine* line = nullptr;
         try {
             uint16_t answer = function->fastReturnLine;
+            bool raised = false;
             if (function->fastBodyKind >= 2) {
                 line = &function->body[function->fastGuardLine];
                 recordLine(*line);
                 if (guardHolds(*this, *line)) {
-                    if (function->fastBodyKind == 2) {
-                        raiseScriptErrorSoft(function->fastGuardMessage);
-                        return Variable();
-                    }
-                    answer = function->fastGuardReturnLine;
+                    raised = function->fastBodyKind == 2;
+                    if (raised) raiseScriptErrorSoft(function->fastGuardMessage);
+                    else answer = function->fastGuardReturnLine;
                 }
             }
-            line = &function->body[answer];
-            recordLine(*line);
-            result = evaluateFastCallableReturn(*function, answer);
+            if (!raised) {
+                line = &function->body[answer];
+                recordLine(*line);
+                result = evaluateFastCallableReturn(*function, answer);
+            }
         } catch (const std::exception& e) {
             if (std::string_view(e.what()).starts_with("OrvaneScript error:")) throw;
             throwError(e.what(), nearToken.empty() ? std::string_view(line->tokens[0]) : std::string_view(nearToken));
         }
     }
-    if (shouldAbortForSoftRaisedError()) return Variable();
+    if (shouldAbortForSoftRaisedError() && !result.isNil()) result = Variable();
     return result;
 }
 

@@ -392,6 +392,7 @@ public:
     bool tryEvaluateFastCallableScalar(const ScriptCallable& callable, const Variable* args, size_t count,
                                        FastScalarValue& out);
     Variable evaluateFastCallableReturn(const ScriptCallable& callable, uint16_t line);
+    Variable evaluateReturnValue(const FastExpression& e, const ParsedScriptLine& line);
     bool tryFastScalarFromIndexedValue(const Variable& base, const Variable& index, FastScalarValue& out);
     bool tryApplyFastScalarOperationInPlace(Variable& variable, char op, const FastScalarValue& scalar);
 

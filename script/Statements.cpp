@@ -126,17 +126,21 @@ Variable OrvaneScript::executeStatement(const ParsedScriptLine& line) {
     return value;
 }
 
+// One named value and one way out: the value is built in the caller's place.
+Variable OrvaneScript::evaluateReturnValue(const FastExpression& e, const ParsedScriptLine& line) {
+    Variable value = evaluateFastExpression(e, line.tokens, line.analyses);
+    if (shouldAbortForSoftRaisedError() && !value.isNil()) value = Variable();
+    return value;
+}
+
 Variable OrvaneScript::executeReturn(const ParsedScriptLine& line, BlockSignal& signal) {
     signal = BlockSignal::Return;
     const auto& tokens = line.tokens;
     if (tokens.size() == 1) return Variable();
     bool allCompiled = !line.returnValues.empty();
     for (const FastExpression& value : line.returnValues) allCompiled = allCompiled && value.valid;
-    if (allCompiled && line.returnValues.size() == 1) {
-        Variable value = evaluateFastExpression(line.returnValues[0], tokens, line.analyses);
-        if (shouldAbortForSoftRaisedError() && !value.isNil()) value = Variable();
-        return value;  // the one way out, so that the value is built in the caller's place
-    }
+    // Returned as a call's result, so that the value is built in the caller's place.
+    if (allCompiled && line.returnValues.size() == 1) return evaluateReturnValue(line.returnValues[0], line);
     VariableArray values;
     if (allCompiled) {
         for (const FastExpression& value : line.returnValues) {
