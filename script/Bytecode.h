@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "script/LoopCode.h"
 #include "script/ParsedLine.h"
 
 namespace orvane {
@@ -83,6 +84,7 @@ struct BytecodeProgram {
     std::vector<BytecodeForLoop> genericForLoops;
     std::vector<BytecodeFunctionDecl> functions;
     std::vector<uint8_t> inlineCache;  // per chunk: 0 untested, 1 not inlineable, 2 inlineable
+    LoopCodeCache loopCode;
 };
 
 // Compiles lines [begin, end) into a new chunk of the program; gives the chunk's index.

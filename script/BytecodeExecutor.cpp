@@ -169,15 +169,6 @@ bool OrvaneScript::isInlineableChunk(BytecodeProgram& program, uint32_t chunkInd
     return inlineable;
 }
 
-// The flat form: no scope, no exception handling of its own; errors travel to the enclosing
-// general form. False only when the chunk is not inlineable.
-bool OrvaneScript::executeInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
-                                      BlockSignal& signal, Variable& running) {
-    if (!isInlineableChunk(*program, chunkIndex)) return false;
-    runInlineChunk(program, chunkIndex, signal, running);
-    return true;
-}
-
 // One plain target and one compiled value, without executeAssignment's generality.
 inline void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
     const auto& tokens = line.tokens;
@@ -205,7 +196,7 @@ inline void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
 }
 
 // The hottest statement of the inline form; false when a soft error ends the chunk.
-inline bool OrvaneScript::runInlineAssignment(BytecodeProgram& p, const Instruction& instruction, Variable& running) {
+bool OrvaneScript::runInlineAssignment(BytecodeProgram& p, const Instruction& instruction, Variable& running) {
     const ParsedScriptLine& line = lineStep(p, instruction.a);
     if (line.tokens.empty() || line.targets.empty()) return true;
     executeSimpleAssign(line);
@@ -226,33 +217,9 @@ bool OrvaneScript::runStatement(BytecodeProgram& p, const Instruction& instructi
     return !shouldAbortForSoftRaisedError();
 }
 
-// The coroutine step: no guards in the inline form, so a turn follows each plain statement.
-inline void OrvaneScript::inlineCoroutineStep() {
-    if (!coroutineWork()) return;
-    serviceScheduledCoroutineTurnNoThrow();
-    rethrowPendingCoroutineException();
-}
-
 void OrvaneScript::runInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
                                   BlockSignal& signal, Variable& running) {
-    signal = BlockSignal::None;
-    BytecodeProgram& p = *program;
-    const BytecodeChunk& chunk = p.chunks[chunkIndex];
-    const Instruction* code = p.instructions.data() + chunk.firstInstruction;
-    for (uint32_t i = 0; i < chunk.instructionCount; ++i) {
-        const Instruction& instruction = code[i];
-        bool ok = true;
-        // The two plain statements straight from the loop, the others through the dispatch.
-        if (instruction.opcode == Opcode::SimpleAssign) {
-            ok = runInlineAssignment(p, instruction, running);
-        } else if (instruction.opcode == Opcode::Statement) {
-            ok = runStatement(p, instruction, running);
-        } else {
-            ok = executeInstruction(program, instruction, signal, running, true);
-        }
-        if (instruction.opcode <= Opcode::SimpleAssign) inlineCoroutineStep();
-        if (!ok || shouldAbortForSoftRaisedError() || signal != BlockSignal::None) return;
-    }
+    runLoopCode(program, loopCodeFor(*program, chunkIndex), signal, running);
 }
 
 // One instruction; false when a soft error aborts the chunk.
@@ -437,12 +404,7 @@ bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>&
     pushScope(nativeScopes).push_back({line.tokens[1], Variable(first)});
     bool inlineBody = localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk);
     if (inlineForm && !inlineBody) throw std::runtime_error("Expected inlineable numeric-for chunk");
-    // A body of one assignment, the commonest hot loop, runs it without a chunk walk of its own.
-    BytecodeProgram& p = *program;
-    const Instruction* single = nullptr;
-    if (inlineBody && p.chunks[chunk].instructionCount == 1 &&
-        p.instructions[p.chunks[chunk].firstInstruction].opcode == Opcode::SimpleAssign)
-        single = &p.instructions[p.chunks[chunk].firstInstruction];
+    const LoopCode* code = inlineBody ? &loopCodeFor(*program, chunk) : nullptr;
     // The counter runs in 64 bits, so a limit at the end of the 32-bit range still ends the loop.
     // Only a Return takes the body's value, so one Variable serves every iteration.
     Variable value;
@@ -452,11 +414,8 @@ bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>&
         if (variable.type == VarType::Int) *std::get_if<int32_t>(&variable.value) = int32_t(counter);
         else variable = Variable(int32_t(counter));
         BlockSignal inner = BlockSignal::None;
-        if (single) {
-            runInlineAssignment(p, *single, value);
-            inlineCoroutineStep();
-        } else if (inlineBody) {
-            runInlineChunk(program, chunk, inner, value);
+        if (code) {
+            runLoopCode(program, *code, inner, value);
         } else {
             value = executeBytecodeChunk(program, chunk, inner);
         }

@@ -76,6 +76,7 @@ std::vector<std::pair<TokenAnalysis*, uint32_t>> findParameterTokens(const std::
 
 // The message of an `error` or failed `assert` outside any pcall.
 struct BytecodeProgram;
+struct LoopCode;
 struct BytecodeChunk;
 struct Instruction;
 struct CoroutineState;
@@ -312,15 +313,21 @@ public:
 
     Variable executeBytecodeChunkInternal(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex,
                                           BlockSignal& signal, bool allowScope);
-    bool executeInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex, BlockSignal& signal,
-                            Variable& running);
     bool isInlineableChunk(BytecodeProgram& program, uint32_t chunkIndex);
     // The inline form over a chunk that isInlineableChunk has accepted, with all its nested chunks.
     void runInlineChunk(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunkIndex, BlockSignal& signal,
                         Variable& running);
+    const LoopCode& loopCodeFor(BytecodeProgram& program, uint32_t chunk);
+    void runLoopCode(const std::shared_ptr<BytecodeProgram>& program, const LoopCode& code, BlockSignal& signal,
+                     Variable& running);
     bool runInlineAssignment(BytecodeProgram& program, const Instruction& instruction, Variable& running);
     bool runStatement(BytecodeProgram& program, const Instruction& instruction, Variable& running);
-    void inlineCoroutineStep();
+    // The coroutine step: no guards in the inline form, so a turn follows each plain statement.
+    void inlineCoroutineStep() {
+        if (!coroutineWork()) return;
+        serviceScheduledCoroutineTurnNoThrow();
+        rethrowPendingCoroutineException();
+    }
     bool executeInstruction(const std::shared_ptr<BytecodeProgram>& program, const Instruction& instruction,
                             BlockSignal& signal, Variable& running, bool inlineForm);
     Variable runBlock(const std::shared_ptr<BytecodeProgram>& program, uint32_t chunk, BlockSignal& signal);

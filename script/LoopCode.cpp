@@ -1,0 +1,446 @@
+// Inline chunks as flat code with registers: the compiler, then the loop that runs it. Each
+// statement keeps the meaning that the inline instruction walk gives it, down to the coroutine
+// turn after each plain statement; what goes is the walk's layers between the steps.
+#include "script/LoopCode.h"
+
+#include "script/Bytecode.h"
+#include "script/OrvaneScript.h"
+#include "script/PackedScalar.h"
+
+namespace orvane {
+
+using namespace packed;
+
+namespace {
+
+constexpr size_t kRegisters = kFastStepStackSize + 1;  // an element store's value sits above its key
+constexpr uint32_t kTail = 0x80000000u;                // a place in the out-of-line part, fixed up last
+
+struct LoopCompiler {
+    const BytecodeProgram& p;
+    std::vector<LoopInstruction> code;
+    std::vector<LoopInstruction> tail;  // the general paths of refusing statements, after the code
+    std::vector<std::vector<uint32_t>> breaks;  // per compiled `while`: its jumps to the exit
+
+    uint32_t here() const { return uint32_t(code.size()); }
+
+    LoopInstruction& emit(LoopOp op) {
+        code.emplace_back().op = op;
+        return code.back();
+    }
+
+    void emitLine(const ParsedScriptLine& line) { emit(LoopOp::Line).line = &line; }
+
+    static LoopOperand leaf(const FastOperand& o, const ParsedScriptLine& line) {
+        LoopOperand operand;
+        if (o.from == FastOperand::Literal) {
+            operand.from = LoopOperand::Literal;
+            operand.literal = o.packedLiteral;
+        } else {
+            operand.from = LoopOperand::Name;
+            operand.name = &line.tokens[o.token];
+            operand.analysis = &line.analyses[o.token];
+        }
+        return operand;
+    }
+
+    static LoopOperand reg(int index) {
+        LoopOperand operand;
+        operand.reg = uint8_t(index);
+        return operand;
+    }
+
+    // The steps of an expression with their stack places as registers, the answer in r[base].
+    // Jumps are relative to the first of them. False for a step the code does not hold.
+    static bool translateSteps(const FastExpression& e, const ParsedScriptLine& line, int base,
+                               std::vector<LoopInstruction>& out) {
+        int depth = base;
+        auto operand = [&](const FastOperand& o) { return o.from == FastOperand::Stack ? reg(--depth) : leaf(o, line); };
+        for (const FastStep& step : e.steps) {
+            LoopInstruction in;
+            in.kind = step.kind;
+            in.line = &line;
+            in.expression = &e;
+            in.node = step.node;
+            switch (step.op) {
+            case FastStepOp::Load: in.op = LoopOp::Load; in.a = operand(step.left); break;
+            case FastStepOp::IndexLeaf:
+                in.op = LoopOp::IndexLeaf;
+                in.a = operand(step.right);
+                in.b.from = LoopOperand::Name;
+                in.b.name = &line.tokens[step.token];
+                in.b.analysis = &line.analyses[step.token];
+                break;
+            case FastStepOp::Negate: in.op = LoopOp::Negate; in.a = operand(step.left); break;
+            case FastStepOp::Not: in.op = LoopOp::Not; in.a = operand(step.left); break;
+            case FastStepOp::Arithmetic:
+            case FastStepOp::Compare:
+                in.op = step.op == FastStepOp::Arithmetic ? LoopOp::Arithmetic : LoopOp::Compare;
+                in.b = operand(step.right);
+                in.a = operand(step.left);
+                break;
+            case FastStepOp::AndOr:
+                // The left answer stays where it is when it decides; else the right one replaces it.
+                in.op = LoopOp::AndOr;
+                in.dst = uint8_t(depth - 1);
+                in.target = uint32_t(step.jump);
+                --depth;
+                out.push_back(in);
+                continue;
+            default: return false;
+            }
+            if (depth < base || depth >= int(kRegisters)) return false;
+            in.dst = uint8_t(depth++);
+            out.push_back(in);
+        }
+        return depth == base + 1;
+    }
+
+    // Appends translated steps; a refusal goes to the tail entry given later.
+    void append(std::vector<LoopInstruction>& steps) {
+        uint32_t first = here();
+        for (LoopInstruction& in : steps) {
+            if (in.op == LoopOp::AndOr) in.target += first;
+            code.push_back(in);
+        }
+    }
+
+    void refuseTo(uint32_t from, uint32_t to, uint32_t tailIndex) {
+        for (uint32_t i = from; i < to; ++i) code[i].refuse = kTail | tailIndex;
+    }
+
+    uint32_t addTail(const LoopInstruction& in) {
+        tail.push_back(in);
+        return uint32_t(tail.size() - 1);
+    }
+
+    // The general path of a plain statement, then on to `resume`.
+    static LoopInstruction statement(const Instruction& instruction, uint32_t resume) {
+        LoopInstruction in;
+        in.op = LoopOp::Statement;
+        in.instruction = &instruction;
+        in.resume = resume;
+        return in;
+    }
+
+    const ParsedScriptLine* lineAt(uint32_t index) const { return index < p.lines.size() ? &p.lines[index] : nullptr; }
+
+    // `name = value` and `name op= value` with flat steps for the value.
+    bool compileAssign(const Instruction& instruction) {
+        const ParsedScriptLine* line = lineAt(instruction.a);
+        if (!line || line->tokens.empty() || line->targets.empty() || line->singleCall.valid ||
+            !line->singleValue.valid || line->singleValue.steps.empty() || line->scopeTarget != kTargetPlain)
+            return false;
+        std::vector<LoopInstruction> steps;
+        if (!translateSteps(line->singleValue, *line, 0, steps)) return false;
+        emitLine(*line);
+        uint32_t first = here();
+        append(steps);
+        LoopInstruction& assign = emit(LoopOp::Assign);
+        assign.line = line;
+        size_t nameToken = line->targets[0].nameToken;
+        assign.a.from = LoopOperand::Name;
+        assign.a.name = &line->tokens[nameToken];
+        assign.a.analysis = &line->analyses[nameToken];
+        const auto& tokens = line->tokens;
+        assign.assignOperator = line->assignOperatorIndex < tokens.size() ? tokens[line->assignOperatorIndex][0] : '=';
+        uint32_t end = here();
+        refuseTo(first, end, addTail(statement(instruction, end)));
+        return true;
+    }
+
+    // `name[key] = value` with flat steps for both.
+    bool compileStore(const Instruction& instruction) {
+        const ParsedScriptLine* line = lineAt(instruction.a);
+        if (!line || line->tokens.empty() || !line->storesElement || line->targets.empty() ||
+            line->targets[0].indexExpressions.empty() || line->valueExpressions.empty())
+            return false;
+        const FastExpression& key = line->targets[0].indexExpressions[0];
+        const FastExpression& value = line->valueExpressions[0];
+        if (!key.valid || key.steps.empty() || !value.valid || value.steps.empty()) return false;
+        std::vector<LoopInstruction> keySteps, valueSteps;
+        if (!translateSteps(key, *line, 0, keySteps) || !translateSteps(value, *line, 1, valueSteps)) return false;
+        emitLine(*line);
+        uint32_t first = here();
+        append(keySteps);
+        append(valueSteps);
+        LoopInstruction& store = emit(LoopOp::StoreElement);
+        store.line = line;
+        size_t nameToken = line->targets[0].nameToken;
+        store.b.from = LoopOperand::Name;
+        store.b.name = &line->tokens[nameToken];
+        store.b.analysis = &line->analyses[nameToken];
+        uint32_t end = here();
+        refuseTo(first, end, addTail(statement(instruction, end)));
+        return true;
+    }
+
+    // A condition into r[0] and a jump when false; the jump places to patch are returned.
+    std::vector<std::pair<bool, uint32_t>> compileCondition(const ParsedScriptLine& line, const char* keyword) {
+        std::vector<LoopInstruction> steps;
+        const FastExpression& e = line.condition;
+        if (e.valid && !e.steps.empty() && translateSteps(e, line, 0, steps)) {
+            uint32_t first = here();
+            append(steps);
+            uint32_t jump = here();
+            emit(LoopOp::JumpIfFalse);
+            LoopInstruction general;
+            general.op = LoopOp::Condition;
+            general.line = &line;
+            general.keyword = keyword;
+            general.resume = here();
+            uint32_t index = addTail(general);
+            refuseTo(first, jump, index);
+            return {{false, jump}, {true, index}};
+        }
+        LoopInstruction& general = emit(LoopOp::Condition);
+        general.line = &line;
+        general.keyword = keyword;
+        general.resume = here();
+        return {{false, here() - 1}};
+    }
+
+    void patch(const std::vector<std::pair<bool, uint32_t>>& places, uint32_t target) {
+        for (const auto& [inTail, index] : places) (inTail ? tail[index] : code[index]).target = target;
+    }
+
+    bool compileIf(const BytecodeIfGroup& group) {
+        for (const BytecodeIfBranch& branch : group.branches)
+            if (!lineAt(branch.line) || branch.chunk >= p.chunks.size()) return false;
+        std::vector<uint32_t> toEnd;
+        for (const BytecodeIfBranch& branch : group.branches) {
+            const ParsedScriptLine& line = p.lines[branch.line];
+            emitLine(line);
+            if (branch.isElse) {
+                compileChunk(branch.chunk);
+                continue;
+            }
+            auto whenFalse = compileCondition(line, "if");
+            compileChunk(branch.chunk);
+            toEnd.push_back(here());
+            emit(LoopOp::Jump);
+            patch(whenFalse, here());
+        }
+        for (uint32_t jump : toEnd) code[jump].target = here();
+        return true;
+    }
+
+    bool compileWhile(const BytecodeWhileLoop& loop) {
+        const ParsedScriptLine* line = lineAt(loop.line);
+        if (!line || loop.chunk >= p.chunks.size()) return false;
+        uint32_t top = here();
+        emitLine(*line);
+        auto whenFalse = compileCondition(*line, "while");
+        breaks.emplace_back();
+        compileChunk(loop.chunk);
+        emit(LoopOp::Jump).target = top;
+        patch(whenFalse, here());
+        for (uint32_t jump : breaks.back()) code[jump].target = here();
+        breaks.pop_back();
+        return true;
+    }
+
+    void compileInstruction(const Instruction& instruction) {
+        switch (instruction.opcode) {
+        case Opcode::SimpleAssign:
+        case Opcode::Statement:
+            if (!(instruction.opcode == Opcode::SimpleAssign ? compileAssign(instruction) : compileStore(instruction)))
+                code.push_back(statement(instruction, here() + 1));
+            return;
+        case Opcode::IfGroup:
+            if (instruction.a < p.ifGroups.size() && compileIf(p.ifGroups[instruction.a])) return;
+            break;
+        case Opcode::WhileLoop:
+            if (instruction.a < p.whileLoops.size() && compileWhile(p.whileLoops[instruction.a])) return;
+            break;
+        case Opcode::Break:
+            if (const ParsedScriptLine* line = lineAt(instruction.a)) {
+                emitLine(*line);
+                if (breaks.empty()) {
+                    emit(LoopOp::Break);
+                } else {
+                    breaks.back().push_back(here());
+                    emit(LoopOp::Jump);
+                }
+                return;
+            }
+            break;
+        default: break;
+        }
+        emit(LoopOp::Instruction).instruction = &instruction;
+    }
+
+    void compileChunk(uint32_t index) {
+        const BytecodeChunk& chunk = p.chunks[index];
+        for (uint32_t i = 0; i < chunk.instructionCount; ++i)
+            compileInstruction(p.instructions[chunk.firstInstruction + i]);
+    }
+};
+
+}  // namespace
+
+std::unique_ptr<LoopCode> compileLoopCode(const BytecodeProgram& program, uint32_t chunk) {
+    LoopCompiler compiler{program, {}, {}, {}};
+    compiler.compileChunk(chunk);
+    compiler.emit(LoopOp::End);
+    // The general paths go behind the code; each goes on by itself, to its resume or target.
+    uint32_t base = compiler.here();
+    for (LoopInstruction& in : compiler.code)
+        if (in.refuse & kTail) in.refuse = base + (in.refuse & ~kTail);
+    auto code = std::make_unique<LoopCode>();
+    code->code = std::move(compiler.code);
+    code->code.insert(code->code.end(), compiler.tail.begin(), compiler.tail.end());
+    return code;
+}
+
+const LoopCode& OrvaneScript::loopCodeFor(BytecodeProgram& program, uint32_t chunk) {
+    auto& chunks = program.loopCode.chunks;
+    if (chunks.size() != program.chunks.size()) chunks.resize(program.chunks.size());
+    if (!chunks[chunk]) chunks[chunk] = compileLoopCode(program, chunk);
+    return *chunks[chunk];
+}
+
+void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, const LoopCode& loop,
+                               BlockSignal& signal, Variable& running) {
+    signal = BlockSignal::None;
+    BytecodeProgram& p = *program;
+    const LoopInstruction* code = loop.code.data();
+    Packed r[kRegisters];
+    auto read = [&](const LoopOperand& o) -> Packed {
+        if (o.from == LoopOperand::Register) return r[o.reg];
+        if (o.from == LoopOperand::Literal) return o.literal;
+        const Variable* v = resolveFast(*o.name, *o.analysis);
+        return v ? packVariable(*v) : kPackedNil;
+    };
+    // The running instruction by pointer: a jump is an add, a step an increment.
+    const LoopInstruction* ip = code;
+    try {
+        for (;;) {
+            const LoopInstruction& in = *ip;
+            switch (in.op) {
+            case LoopOp::Line:
+                recordLine(*in.line);
+                ++ip;
+                break;
+            case LoopOp::Arithmetic:
+            case LoopOp::Compare: {
+                Packed b = read(in.b);
+                Packed a = read(in.a);
+                Packed value = in.op == LoopOp::Arithmetic ? arithmetic(in.kind, a, b) : compare(in.kind, a, b);
+                if (value == kRefused) {
+                    ip = code + in.refuse;
+                    break;
+                }
+                r[in.dst] = value;
+                ++ip;
+                break;
+            }
+            case LoopOp::Load: {
+                Packed value = read(in.a);
+                if (value == kRefused) {
+                    ip = code + in.refuse;
+                    break;
+                }
+                r[in.dst] = value;
+                ++ip;
+                break;
+            }
+            case LoopOp::IndexLeaf: {
+                Packed key = read(in.a);
+                const Variable* base = key == kRefused ? nullptr : resolveFast(*in.b.name, *in.b.analysis);
+                Packed value = base ? indexedElement(*this, *base, key) : kRefused;
+                if (value == kRefused) {
+                    ip = code + in.refuse;
+                    break;
+                }
+                r[in.dst] = value;
+                ++ip;
+                break;
+            }
+            case LoopOp::Negate:
+            case LoopOp::Not: {
+                Packed value = read(in.a);
+                FastScalarValue negated;
+                if (value == kRefused || (in.op == LoopOp::Negate && !negateScalar(unpack(value), negated))) {
+                    ip = code + in.refuse;
+                    break;
+                }
+                r[in.dst] = in.op == LoopOp::Not ? packBool(!truthOf(value)) : pack(negated);
+                ++ip;
+                break;
+            }
+            case LoopOp::AndOr:
+                ip = (in.kind == FastExprNodeKind::Or) == truthOf(r[in.dst]) ? code + in.target : ip + 1;
+                break;
+            case LoopOp::Assign: {
+                // As the simple assignment takes a scalar: in place where it can.
+                FastScalarValue scalar = unpack(r[0]);
+                Variable* slot = resolveFast(*in.a.name, *in.a.analysis);
+                if (slot && in.assignOperator == '=') assignFastScalarToVariable(*slot, scalar);
+                else if (!slot || !tryApplyFastScalarOperationInPlace(*slot, in.assignOperator, scalar))
+                    finishSimpleAssign(*in.line, in.assignOperator, true, scalar);
+                if (running.type != VarType::Nil) running = Variable();
+                inlineCoroutineStep();
+                if (shouldAbortForSoftRaisedError()) return;
+                ++ip;
+                break;
+            }
+            case LoopOp::StoreElement: {
+                // A number into an array by a whole number within reach; else the general path.
+                Packed key = r[0];
+                Variable* array = kindOf(key) == FastScalarValue::Int ? resolveFast(*in.b.name, *in.b.analysis) : nullptr;
+                if (!array || array->type != VarType::Array) {
+                    ip = code + in.refuse;
+                    break;
+                }
+                VariableArray& items = **std::get_if<ArrayPtr>(&array->value);
+                int32_t position = intOf(key);
+                if (position < 1 || size_t(position) > items.size() + 1 || size_t(position) > kMaxArrayGrowth) {
+                    ip = code + in.refuse;
+                    break;
+                }
+                if (size_t(position) == items.size() + 1) items.emplace_back();
+                assignFastScalarToVariable(items[size_t(position) - 1], unpack(r[1]));
+                if (running.type != VarType::Nil) running = Variable();
+                inlineCoroutineStep();
+                if (shouldAbortForSoftRaisedError()) return;
+                ++ip;
+                break;
+            }
+            case LoopOp::JumpIfFalse: ip = truthOf(r[0]) ? ip + 1 : code + in.target; break;
+            case LoopOp::Jump: ip = code + in.target; break;
+            case LoopOp::Statement: {
+                const Instruction& instruction = *in.instruction;
+                bool ok = instruction.opcode == Opcode::SimpleAssign ? runInlineAssignment(p, instruction, running)
+                                                                      : runStatement(p, instruction, running);
+                inlineCoroutineStep();
+                if (!ok || shouldAbortForSoftRaisedError()) return;
+                ip = code + in.resume;
+                break;
+            }
+            case LoopOp::Condition: {
+                bool holds = evaluateLineCondition(*in.line, in.keyword);
+                if (shouldAbortForSoftRaisedError()) return;
+                ip = code + (holds ? in.resume : in.target);
+                break;
+            }
+            case LoopOp::Instruction:
+                if (!executeInstruction(program, *in.instruction, signal, running, true) ||
+                    shouldAbortForSoftRaisedError() || signal != BlockSignal::None)
+                    return;
+                ++ip;
+                break;
+            case LoopOp::Break: signal = BlockSignal::Break; return;
+            case LoopOp::End: return;
+            default: __builtin_unreachable();  // every operation has its case: no range test
+            }
+        }
+    } catch (const std::exception&) {
+        // An error of a step names its node's token, as the steps do.
+        const LoopInstruction& failed = *ip;
+        if (failed.expression) noteFastErrorToken(failed.line->tokens, *failed.expression, failed.node);
+        throw;
+    }
+}
+
+}  // namespace orvane
