@@ -404,21 +404,24 @@ bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>&
     pushScope(nativeScopes).push_back({line.tokens[1], Variable(first)});
     bool inlineBody = localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk);
     if (inlineForm && !inlineBody) throw std::runtime_error("Expected inlineable numeric-for chunk");
-    const LoopCode* code = inlineBody ? &loopCodeFor(*program, chunk) : nullptr;
     // The counter runs in 64 bits, so a limit at the end of the 32-bit range still ends the loop.
     // Only a Return takes the body's value, so one Variable serves every iteration.
     Variable value;
+    if (inlineBody) {
+        // The loop code turns the counter itself at the end of its body.
+        CountedLoop counted{first, last, step, scope.index};
+        if (step > 0 ? first > last : first < last) return true;
+        BlockSignal inner = BlockSignal::None;
+        runLoopCode(program, loopCodeFor(*program, chunk), inner, value, &counted);
+        return !shouldAbortForSoftRaisedError();
+    }
     for (int64_t counter = first; step > 0 ? counter <= last : counter >= last; counter += step) {
         // The counter, not the variable, drives the loop: write it in place.
         Variable& variable = nativeScopes[scope.index][0].value;
         if (variable.type == VarType::Int) *std::get_if<int32_t>(&variable.value) = int32_t(counter);
         else variable = Variable(int32_t(counter));
         BlockSignal inner = BlockSignal::None;
-        if (code) {
-            runLoopCode(program, *code, inner, value);
-        } else {
-            value = executeBytecodeChunk(program, chunk, inner);
-        }
+        value = executeBytecodeChunk(program, chunk, inner);
         if (shouldAbortForSoftRaisedError()) return false;
         if (inner == BlockSignal::Return) {
             signal = inner;

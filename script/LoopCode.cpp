@@ -22,14 +22,27 @@ struct LoopCompiler {
     std::vector<LoopInstruction> tail;  // the general paths of refusing statements, after the code
     std::vector<std::vector<uint32_t>> breaks;  // per compiled `while`: its jumps to the exit
 
+    const ParsedScriptLine* pendingLine = nullptr;  // recorded by the next instruction
+
     uint32_t here() const { return uint32_t(code.size()); }
 
-    LoopInstruction& emit(LoopOp op) {
-        code.emplace_back().op = op;
+    LoopInstruction& push(LoopInstruction in) {
+        if (pendingLine) {
+            in.recordsLine = true;
+            if (!in.line) in.line = pendingLine;
+            pendingLine = nullptr;
+        }
+        code.push_back(in);
         return code.back();
     }
 
-    void emitLine(const ParsedScriptLine& line) { emit(LoopOp::Line).line = &line; }
+    LoopInstruction& emit(LoopOp op) {
+        LoopInstruction in;
+        in.op = op;
+        return push(in);
+    }
+
+    void emitLine(const ParsedScriptLine& line) { pendingLine = &line; }
 
     static LoopOperand leaf(const FastOperand& o, const ParsedScriptLine& line) {
         LoopOperand operand;
@@ -101,8 +114,19 @@ struct LoopCompiler {
         uint32_t first = here();
         for (LoopInstruction& in : steps) {
             if (in.op == LoopOp::AndOr) in.target += first;
-            code.push_back(in);
+            push(in);
         }
+    }
+
+    // A value for a statement: a lone leaf is read by the statement itself, else steps into r[base].
+    static bool translateValue(const FastExpression& e, const ParsedScriptLine& line, int base,
+                               std::vector<LoopInstruction>& out, LoopOperand& value) {
+        if (e.steps.size() == 1 && e.steps[0].op == FastStepOp::Load) {
+            value = leaf(e.steps[0].left, line);
+            return true;
+        }
+        value = reg(base);
+        return translateSteps(e, line, base, out);
     }
 
     void refuseTo(uint32_t from, uint32_t to, uint32_t tailIndex) {
@@ -132,12 +156,15 @@ struct LoopCompiler {
             !line->singleValue.valid || line->singleValue.steps.empty() || line->scopeTarget != kTargetPlain)
             return false;
         std::vector<LoopInstruction> steps;
-        if (!translateSteps(line->singleValue, *line, 0, steps)) return false;
+        LoopOperand value;
+        if (!translateValue(line->singleValue, *line, 0, steps, value)) return false;
         emitLine(*line);
         uint32_t first = here();
         append(steps);
         LoopInstruction& assign = emit(LoopOp::Assign);
         assign.line = line;
+        assign.b = value;
+        assign.expression = nullptr;
         size_t nameToken = line->targets[0].nameToken;
         assign.a.from = LoopOperand::Name;
         assign.a.name = &line->tokens[nameToken];
@@ -159,13 +186,18 @@ struct LoopCompiler {
         const FastExpression& value = line->valueExpressions[0];
         if (!key.valid || key.steps.empty() || !value.valid || value.steps.empty()) return false;
         std::vector<LoopInstruction> keySteps, valueSteps;
-        if (!translateSteps(key, *line, 0, keySteps) || !translateSteps(value, *line, 1, valueSteps)) return false;
+        LoopOperand keyOperand, valueOperand;
+        if (!translateValue(key, *line, 0, keySteps, keyOperand) ||
+            !translateValue(value, *line, 1, valueSteps, valueOperand))
+            return false;
         emitLine(*line);
         uint32_t first = here();
         append(keySteps);
         append(valueSteps);
         LoopInstruction& store = emit(LoopOp::StoreElement);
         store.line = line;
+        store.a = keyOperand;
+        store.c = valueOperand;
         size_t nameToken = line->targets[0].nameToken;
         store.b.from = LoopOperand::Name;
         store.b.name = &line->tokens[nameToken];
@@ -182,6 +214,10 @@ struct LoopCompiler {
         if (e.valid && !e.steps.empty() && translateSteps(e, line, 0, steps)) {
             uint32_t first = here();
             append(steps);
+            // A last comparison decides the jump itself; the JumpIfFalse behind it stays for the
+            // `and`/`or` that jump to the end, and the comparison's true answer steps over it.
+            uint32_t last = here() - 1;
+            bool fused = code[last].op == LoopOp::Compare && code[last].dst == 0;
             uint32_t jump = here();
             emit(LoopOp::JumpIfFalse);
             LoopInstruction general;
@@ -191,13 +227,16 @@ struct LoopCompiler {
             general.resume = here();
             uint32_t index = addTail(general);
             refuseTo(first, jump, index);
-            return {{false, jump}, {true, index}};
+            if (!fused) return {{false, jump}, {true, index}};
+            code[last].op = LoopOp::CompareJump;
+            code[last].resume = here();
+            return {{false, last}, {false, jump}, {true, index}};
         }
         LoopInstruction& general = emit(LoopOp::Condition);
         general.line = &line;
         general.keyword = keyword;
         general.resume = here();
-        return {{false, here() - 1}};
+        return {{false, general.resume - 1}};
     }
 
     void patch(const std::vector<std::pair<bool, uint32_t>>& places, uint32_t target) {
@@ -245,7 +284,7 @@ struct LoopCompiler {
         case Opcode::SimpleAssign:
         case Opcode::Statement:
             if (!(instruction.opcode == Opcode::SimpleAssign ? compileAssign(instruction) : compileStore(instruction)))
-                code.push_back(statement(instruction, here() + 1));
+                push(statement(instruction, here() + 1));
             return;
         case Opcode::IfGroup:
             if (instruction.a < p.ifGroups.size() && compileIf(p.ifGroups[instruction.a])) return;
@@ -280,9 +319,10 @@ struct LoopCompiler {
 }  // namespace
 
 std::unique_ptr<LoopCode> compileLoopCode(const BytecodeProgram& program, uint32_t chunk) {
-    LoopCompiler compiler{program, {}, {}, {}};
+    LoopCompiler compiler{program, {}, {}, {}, nullptr};
     compiler.compileChunk(chunk);
     compiler.emit(LoopOp::End);
+    compiler.pendingLine = nullptr;
     // The general paths go behind the code; each goes on by itself, to its resume or target.
     uint32_t base = compiler.here();
     for (LoopInstruction& in : compiler.code)
@@ -301,7 +341,7 @@ const LoopCode& OrvaneScript::loopCodeFor(BytecodeProgram& program, uint32_t chu
 }
 
 void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, const LoopCode& loop,
-                               BlockSignal& signal, Variable& running) {
+                               BlockSignal& signal, Variable& running, CountedLoop* counted) {
     signal = BlockSignal::None;
     BytecodeProgram& p = *program;
     const LoopInstruction* code = loop.code.data();
@@ -317,11 +357,8 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
     try {
         for (;;) {
             const LoopInstruction& in = *ip;
+            if (in.recordsLine) recordLine(*in.line);
             switch (in.op) {
-            case LoopOp::Line:
-                recordLine(*in.line);
-                ++ip;
-                break;
             case LoopOp::Arithmetic:
             case LoopOp::Compare: {
                 Packed b = read(in.b);
@@ -333,6 +370,17 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
                 }
                 r[in.dst] = value;
                 ++ip;
+                break;
+            }
+            case LoopOp::CompareJump: {
+                Packed b = read(in.b);
+                Packed a = read(in.a);
+                Packed value = compare(in.kind, a, b);
+                if (value == kRefused) {
+                    ip = code + in.refuse;
+                    break;
+                }
+                ip = code + (truthOf(value) ? in.resume : in.target);
                 break;
             }
             case LoopOp::Load: {
@@ -374,7 +422,12 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
                 break;
             case LoopOp::Assign: {
                 // As the simple assignment takes a scalar: in place where it can.
-                FastScalarValue scalar = unpack(r[0]);
+                Packed value = read(in.b);
+                if (value == kRefused) {
+                    ip = code + in.refuse;
+                    break;
+                }
+                FastScalarValue scalar = unpack(value);
                 Variable* slot = resolveFast(*in.a.name, *in.a.analysis);
                 if (slot && in.assignOperator == '=') assignFastScalarToVariable(*slot, scalar);
                 else if (!slot || !tryApplyFastScalarOperationInPlace(*slot, in.assignOperator, scalar))
@@ -387,8 +440,11 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
             }
             case LoopOp::StoreElement: {
                 // A number into an array by a whole number within reach; else the general path.
-                Packed key = r[0];
-                Variable* array = kindOf(key) == FastScalarValue::Int ? resolveFast(*in.b.name, *in.b.analysis) : nullptr;
+                Packed key = read(in.a);
+                Packed value = read(in.c);
+                Variable* array = kindOf(key) == FastScalarValue::Int && value != kRefused
+                                      ? resolveFast(*in.b.name, *in.b.analysis)
+                                      : nullptr;
                 if (!array || array->type != VarType::Array) {
                     ip = code + in.refuse;
                     break;
@@ -400,7 +456,7 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
                     break;
                 }
                 if (size_t(position) == items.size() + 1) items.emplace_back();
-                assignFastScalarToVariable(items[size_t(position) - 1], unpack(r[1]));
+                assignFastScalarToVariable(items[size_t(position) - 1], unpack(value));
                 if (running.type != VarType::Nil) running = Variable();
                 inlineCoroutineStep();
                 if (shouldAbortForSoftRaisedError()) return;
@@ -431,7 +487,18 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
                 ++ip;
                 break;
             case LoopOp::Break: signal = BlockSignal::Break; return;
-            case LoopOp::End: return;
+            case LoopOp::End: {
+                if (!counted) return;
+                counted->counter += counted->step;
+                if (counted->step > 0 ? counted->counter > counted->last : counted->counter < counted->last) return;
+                // The counter, not the variable, drives the loop: written in place. The scope is
+                // found again, since the body may have pushed others.
+                Variable& variable = nativeScopes[counted->scope][0].value;
+                if (variable.type == VarType::Int) *std::get_if<int32_t>(&variable.value) = int32_t(counted->counter);
+                else variable = Variable(int32_t(counted->counter));
+                ip = code;
+                break;
+            }
             default: __builtin_unreachable();  // every operation has its case: no range test
             }
         }

@@ -18,16 +18,16 @@ struct ParsedScriptLine;
 struct TokenAnalysis;
 
 enum class LoopOp : uint8_t {
-    Line,          // the running line, for error texts
     Load,          // r[dst] = a
     Arithmetic,    // r[dst] = a kind b
     Compare,
+    CompareJump,   // a condition's last comparison: false to target, true to resume
     IndexLeaf,     // r[dst] = name[a]
     Negate,
     Not,
     AndOr,         // `or` keeps a true r[dst] and `and` a false one, and jumps to target
-    Assign,        // the line's target name takes r[0] by the line's operator
-    StoreElement,  // name[r[0]] = r[1], or the general path
+    Assign,        // the target name a takes b by the line's operator
+    StoreElement,  // name b [a] = c, or the general path
     JumpIfFalse,   // r[0] false: to target
     Jump,
     Statement,     // a plain statement on the general path, then to resume
@@ -48,13 +48,14 @@ struct LoopOperand {
 
 struct LoopInstruction {
     LoopOp op = LoopOp::End;
+    bool recordsLine = false;  // the first of a statement or condition: `line` becomes the running line
     FastExprNodeKind kind = FastExprNodeKind::None;
     uint8_t dst = 0;
     char assignOperator = '=';
     uint32_t target = 0;
     uint32_t resume = 0;
     uint32_t refuse = 0;  // where a refusing step goes: the general path of its statement
-    LoopOperand a, b;
+    LoopOperand a, b, c;
     const ParsedScriptLine* line = nullptr;
     const Instruction* instruction = nullptr;
     const char* keyword = nullptr;  // a general condition's, for its error text
@@ -65,6 +66,14 @@ struct LoopInstruction {
 
 struct LoopCode {
     std::vector<LoopInstruction> code;
+};
+
+// A numeric for around a chunk's code: the code's end turns the counter and starts again.
+struct CountedLoop {
+    int64_t counter = 0;
+    int64_t last = 0;
+    int32_t step = 1;
+    size_t scope = 0;  // the native scope whose first entry is the loop variable
 };
 
 struct BytecodeProgram;

@@ -77,6 +77,7 @@ std::vector<std::pair<TokenAnalysis*, uint32_t>> findParameterTokens(const std::
 // The message of an `error` or failed `assert` outside any pcall.
 struct BytecodeProgram;
 struct LoopCode;
+struct CountedLoop;
 struct BytecodeChunk;
 struct Instruction;
 struct CoroutineState;
@@ -319,7 +320,7 @@ public:
                         Variable& running);
     const LoopCode& loopCodeFor(BytecodeProgram& program, uint32_t chunk);
     void runLoopCode(const std::shared_ptr<BytecodeProgram>& program, const LoopCode& code, BlockSignal& signal,
-                     Variable& running);
+                     Variable& running, CountedLoop* counted = nullptr);
     bool runInlineAssignment(BytecodeProgram& program, const Instruction& instruction, Variable& running);
     bool runStatement(BytecodeProgram& program, const Instruction& instruction, Variable& running);
     // The coroutine step: no guards in the inline form, so a turn follows each plain statement.
