@@ -161,16 +161,28 @@ struct LoopCompiler {
         emitLine(*line);
         uint32_t first = here();
         append(steps);
-        LoopInstruction& assign = emit(LoopOp::Assign);
-        assign.line = line;
-        assign.b = value;
-        assign.expression = nullptr;
         size_t nameToken = line->targets[0].nameToken;
-        assign.a.from = LoopOperand::Name;
-        assign.a.name = &line->tokens[nameToken];
-        assign.a.analysis = &line->analyses[nameToken];
+        LoopOperand target;
+        target.from = LoopOperand::Name;
+        target.name = &line->tokens[nameToken];
+        target.analysis = &line->analyses[nameToken];
         const auto& tokens = line->tokens;
-        assign.assignOperator = line->assignOperatorIndex < tokens.size() ? tokens[line->assignOperatorIndex][0] : '=';
+        char op = line->assignOperatorIndex < tokens.size() ? tokens[line->assignOperatorIndex][0] : '=';
+        // `x = a + b`: the last arithmetic stores its answer itself. Only a plain `=`, which raises
+        // nothing of its own, so that an error is still the arithmetic's; and only where no
+        // `and`/`or` jumps past it.
+        bool jumps = false;
+        for (const LoopInstruction& in : steps) jumps = jumps || in.op == LoopOp::AndOr;
+        if (op == '=' && !steps.empty() && !jumps && code.back().op == LoopOp::Arithmetic && code.back().dst == 0) {
+            code.back().op = LoopOp::ArithmeticSet;
+            code.back().c = target;
+        } else {
+            LoopInstruction& assign = emit(LoopOp::Assign);
+            assign.line = line;
+            assign.a = target;
+            assign.b = value;
+            assign.assignOperator = op;
+        }
         uint32_t end = here();
         refuseTo(first, end, addTail(statement(instruction, end)));
         return true;
@@ -369,6 +381,23 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
                     break;
                 }
                 r[in.dst] = value;
+                ++ip;
+                break;
+            }
+            case LoopOp::ArithmeticSet: {
+                Packed b = read(in.b);
+                Packed a = read(in.a);
+                Packed value = arithmetic(in.kind, a, b);
+                if (value == kRefused) {
+                    ip = code + in.refuse;
+                    break;
+                }
+                FastScalarValue scalar = unpack(value);
+                if (Variable* slot = resolveFast(*in.c.name, *in.c.analysis)) assignFastScalarToVariable(*slot, scalar);
+                else finishSimpleAssign(*in.line, '=', true, scalar);
+                if (running.type != VarType::Nil) running = Variable();
+                inlineCoroutineStep();
+                if (shouldAbortForSoftRaisedError()) return;
                 ++ip;
                 break;
             }

@@ -20,6 +20,7 @@ struct TokenAnalysis;
 enum class LoopOp : uint8_t {
     Load,          // r[dst] = a
     Arithmetic,    // r[dst] = a kind b
+    ArithmeticSet, // an assignment's last arithmetic: the target name c takes a kind b
     Compare,
     CompareJump,   // a condition's last comparison: false to target, true to resume
     IndexLeaf,     // r[dst] = name[a]
