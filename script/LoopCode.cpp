@@ -364,173 +364,164 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
         const Variable* v = resolveFast(*o.name, *o.analysis);
         return v ? packVariable(*v) : kPackedNil;
     };
-    // The running instruction by pointer: a jump is an add, a step an increment.
+    // The running instruction by pointer: a jump is an add, a step an increment. Each operation
+    // goes on to the next by a jump of its own, which a branch predictor learns per operation.
     const LoopInstruction* ip = code;
+    static void* const operations[] = {
+        &&load, &&arithmetic, &&arithmeticSet, &&compare, &&compareJump, &&indexLeaf, &&negate, &&negate,
+        &&andOr, &&assign, &&storeElement, &&jumpIfFalse, &&jump, &&statement, &&condition, &&instruction,
+        &&breakOut, &&end,
+    };
+    static_assert(sizeof operations / sizeof *operations == size_t(LoopOp::End) + 1);
+#define NEXT()                                      \
+    do {                                            \
+        if (ip->recordsLine) recordLine(*ip->line); \
+        goto* operations[size_t(ip->op)];           \
+    } while (0)
+#define REFUSE()                 \
+    do {                         \
+        ip = code + ip->refuse;  \
+        NEXT();                  \
+    } while (0)
     try {
-        for (;;) {
-            const LoopInstruction& in = *ip;
-            if (in.recordsLine) recordLine(*in.line);
-            switch (in.op) {
-            case LoopOp::Arithmetic:
-            case LoopOp::Compare: {
-                Packed b = read(in.b);
-                Packed a = read(in.a);
-                Packed value = in.op == LoopOp::Arithmetic ? arithmetic(in.kind, a, b) : compare(in.kind, a, b);
-                if (value == kRefused) {
-                    ip = code + in.refuse;
-                    break;
-                }
-                r[in.dst] = value;
-                ++ip;
-                break;
-            }
-            case LoopOp::ArithmeticSet: {
-                Packed b = read(in.b);
-                Packed a = read(in.a);
-                Packed value = arithmetic(in.kind, a, b);
-                if (value == kRefused) {
-                    ip = code + in.refuse;
-                    break;
-                }
-                FastScalarValue scalar = unpack(value);
-                if (Variable* slot = resolveFast(*in.c.name, *in.c.analysis)) assignFastScalarToVariable(*slot, scalar);
-                else finishSimpleAssign(*in.line, '=', true, scalar);
-                if (running.type != VarType::Nil) running = Variable();
-                inlineCoroutineStep();
-                if (shouldAbortForSoftRaisedError()) return;
-                ++ip;
-                break;
-            }
-            case LoopOp::CompareJump: {
-                Packed b = read(in.b);
-                Packed a = read(in.a);
-                Packed value = compare(in.kind, a, b);
-                if (value == kRefused) {
-                    ip = code + in.refuse;
-                    break;
-                }
-                ip = code + (truthOf(value) ? in.resume : in.target);
-                break;
-            }
-            case LoopOp::Load: {
-                Packed value = read(in.a);
-                if (value == kRefused) {
-                    ip = code + in.refuse;
-                    break;
-                }
-                r[in.dst] = value;
-                ++ip;
-                break;
-            }
-            case LoopOp::IndexLeaf: {
-                Packed key = read(in.a);
-                const Variable* base = key == kRefused ? nullptr : resolveFast(*in.b.name, *in.b.analysis);
-                Packed value = base ? indexedElement(*this, *base, key) : kRefused;
-                if (value == kRefused) {
-                    ip = code + in.refuse;
-                    break;
-                }
-                r[in.dst] = value;
-                ++ip;
-                break;
-            }
-            case LoopOp::Negate:
-            case LoopOp::Not: {
-                Packed value = read(in.a);
-                FastScalarValue negated;
-                if (value == kRefused || (in.op == LoopOp::Negate && !negateScalar(unpack(value), negated))) {
-                    ip = code + in.refuse;
-                    break;
-                }
-                r[in.dst] = in.op == LoopOp::Not ? packBool(!truthOf(value)) : pack(negated);
-                ++ip;
-                break;
-            }
-            case LoopOp::AndOr:
-                ip = (in.kind == FastExprNodeKind::Or) == truthOf(r[in.dst]) ? code + in.target : ip + 1;
-                break;
-            case LoopOp::Assign: {
-                // As the simple assignment takes a scalar: in place where it can.
-                Packed value = read(in.b);
-                if (value == kRefused) {
-                    ip = code + in.refuse;
-                    break;
-                }
-                FastScalarValue scalar = unpack(value);
-                Variable* slot = resolveFast(*in.a.name, *in.a.analysis);
-                if (slot && in.assignOperator == '=') assignFastScalarToVariable(*slot, scalar);
-                else if (!slot || !tryApplyFastScalarOperationInPlace(*slot, in.assignOperator, scalar))
-                    finishSimpleAssign(*in.line, in.assignOperator, true, scalar);
-                if (running.type != VarType::Nil) running = Variable();
-                inlineCoroutineStep();
-                if (shouldAbortForSoftRaisedError()) return;
-                ++ip;
-                break;
-            }
-            case LoopOp::StoreElement: {
-                // A number into an array by a whole number within reach; else the general path.
-                Packed key = read(in.a);
-                Packed value = read(in.c);
-                Variable* array = kindOf(key) == FastScalarValue::Int && value != kRefused
-                                      ? resolveFast(*in.b.name, *in.b.analysis)
-                                      : nullptr;
-                if (!array || array->type != VarType::Array) {
-                    ip = code + in.refuse;
-                    break;
-                }
-                VariableArray& items = **std::get_if<ArrayPtr>(&array->value);
-                int32_t position = intOf(key);
-                if (position < 1 || size_t(position) > items.size() + 1 || size_t(position) > kMaxArrayGrowth) {
-                    ip = code + in.refuse;
-                    break;
-                }
-                if (size_t(position) == items.size() + 1) items.emplace_back();
-                assignFastScalarToVariable(items[size_t(position) - 1], unpack(value));
-                if (running.type != VarType::Nil) running = Variable();
-                inlineCoroutineStep();
-                if (shouldAbortForSoftRaisedError()) return;
-                ++ip;
-                break;
-            }
-            case LoopOp::JumpIfFalse: ip = truthOf(r[0]) ? ip + 1 : code + in.target; break;
-            case LoopOp::Jump: ip = code + in.target; break;
-            case LoopOp::Statement: {
-                const Instruction& instruction = *in.instruction;
-                bool ok = instruction.opcode == Opcode::SimpleAssign ? runInlineAssignment(p, instruction, running)
-                                                                      : runStatement(p, instruction, running);
-                inlineCoroutineStep();
-                if (!ok || shouldAbortForSoftRaisedError()) return;
-                ip = code + in.resume;
-                break;
-            }
-            case LoopOp::Condition: {
-                bool holds = evaluateLineCondition(*in.line, in.keyword);
-                if (shouldAbortForSoftRaisedError()) return;
-                ip = code + (holds ? in.resume : in.target);
-                break;
-            }
-            case LoopOp::Instruction:
-                if (!executeInstruction(program, *in.instruction, signal, running, true) ||
-                    shouldAbortForSoftRaisedError() || signal != BlockSignal::None)
-                    return;
-                ++ip;
-                break;
-            case LoopOp::Break: signal = BlockSignal::Break; return;
-            case LoopOp::End: {
-                if (!counted) return;
-                counted->counter += counted->step;
-                if (counted->step > 0 ? counted->counter > counted->last : counted->counter < counted->last) return;
-                // The counter, not the variable, drives the loop: written in place. The scope is
-                // found again, since the body may have pushed others.
-                Variable& variable = nativeScopes[counted->scope][0].value;
-                if (variable.type == VarType::Int) *std::get_if<int32_t>(&variable.value) = int32_t(counted->counter);
-                else variable = Variable(int32_t(counted->counter));
-                ip = code;
-                break;
-            }
-            default: __builtin_unreachable();  // every operation has its case: no range test
-            }
-        }
+        NEXT();
+    arithmetic:
+    compare: {
+        Packed b = read(ip->b);
+        Packed a = read(ip->a);
+        Packed value = ip->op == LoopOp::Arithmetic ? packed::arithmetic(ip->kind, a, b) : packed::compare(ip->kind, a, b);
+        if (value == kRefused) REFUSE();
+        r[ip->dst] = value;
+        ++ip;
+        NEXT();
+    }
+    arithmeticSet: {
+        Packed b = read(ip->b);
+        Packed a = read(ip->a);
+        Packed value = packed::arithmetic(ip->kind, a, b);
+        if (value == kRefused) REFUSE();
+        FastScalarValue scalar = unpack(value);
+        if (Variable* slot = resolveFast(*ip->c.name, *ip->c.analysis)) assignFastScalarToVariable(*slot, scalar);
+        else finishSimpleAssign(*ip->line, '=', true, scalar);
+        if (running.type != VarType::Nil) running = Variable();
+        inlineCoroutineStep();
+        if (shouldAbortForSoftRaisedError()) return;
+        ++ip;
+        NEXT();
+    }
+    compareJump: {
+        Packed b = read(ip->b);
+        Packed a = read(ip->a);
+        Packed value = packed::compare(ip->kind, a, b);
+        if (value == kRefused) REFUSE();
+        ip = code + (truthOf(value) ? ip->resume : ip->target);
+        NEXT();
+    }
+    load: {
+        Packed value = read(ip->a);
+        if (value == kRefused) REFUSE();
+        r[ip->dst] = value;
+        ++ip;
+        NEXT();
+    }
+    indexLeaf: {
+        Packed key = read(ip->a);
+        const Variable* base = key == kRefused ? nullptr : resolveFast(*ip->b.name, *ip->b.analysis);
+        Packed value = base ? indexedElement(*this, *base, key) : kRefused;
+        if (value == kRefused) REFUSE();
+        r[ip->dst] = value;
+        ++ip;
+        NEXT();
+    }
+    negate: {
+        Packed value = read(ip->a);
+        FastScalarValue negated;
+        if (value == kRefused || (ip->op == LoopOp::Negate && !negateScalar(unpack(value), negated))) REFUSE();
+        r[ip->dst] = ip->op == LoopOp::Not ? packBool(!truthOf(value)) : pack(negated);
+        ++ip;
+        NEXT();
+    }
+    andOr:
+        ip = (ip->kind == FastExprNodeKind::Or) == truthOf(r[ip->dst]) ? code + ip->target : ip + 1;
+        NEXT();
+    assign: {
+        // As the simple assignment takes a scalar: in place where it can.
+        Packed value = read(ip->b);
+        if (value == kRefused) REFUSE();
+        FastScalarValue scalar = unpack(value);
+        Variable* slot = resolveFast(*ip->a.name, *ip->a.analysis);
+        if (slot && ip->assignOperator == '=') assignFastScalarToVariable(*slot, scalar);
+        else if (!slot || !tryApplyFastScalarOperationInPlace(*slot, ip->assignOperator, scalar))
+            finishSimpleAssign(*ip->line, ip->assignOperator, true, scalar);
+        if (running.type != VarType::Nil) running = Variable();
+        inlineCoroutineStep();
+        if (shouldAbortForSoftRaisedError()) return;
+        ++ip;
+        NEXT();
+    }
+    storeElement: {
+        // A number into an array by a whole number within reach; else the general path.
+        Packed key = read(ip->a);
+        Packed value = read(ip->c);
+        Variable* array = kindOf(key) == FastScalarValue::Int && value != kRefused
+                              ? resolveFast(*ip->b.name, *ip->b.analysis)
+                              : nullptr;
+        if (!array || array->type != VarType::Array) REFUSE();
+        VariableArray& items = **std::get_if<ArrayPtr>(&array->value);
+        int32_t position = intOf(key);
+        if (position < 1 || size_t(position) > items.size() + 1 || size_t(position) > kMaxArrayGrowth) REFUSE();
+        if (size_t(position) == items.size() + 1) items.emplace_back();
+        assignFastScalarToVariable(items[size_t(position) - 1], unpack(value));
+        if (running.type != VarType::Nil) running = Variable();
+        inlineCoroutineStep();
+        if (shouldAbortForSoftRaisedError()) return;
+        ++ip;
+        NEXT();
+    }
+    jumpIfFalse:
+        ip = truthOf(r[0]) ? ip + 1 : code + ip->target;
+        NEXT();
+    jump:
+        ip = code + ip->target;
+        NEXT();
+    statement: {
+        const Instruction& general = *ip->instruction;
+        bool ok = general.opcode == Opcode::SimpleAssign ? runInlineAssignment(p, general, running)
+                                                          : runStatement(p, general, running);
+        inlineCoroutineStep();
+        if (!ok || shouldAbortForSoftRaisedError()) return;
+        ip = code + ip->resume;
+        NEXT();
+    }
+    condition: {
+        bool holds = evaluateLineCondition(*ip->line, ip->keyword);
+        if (shouldAbortForSoftRaisedError()) return;
+        ip = code + (holds ? ip->resume : ip->target);
+        NEXT();
+    }
+    instruction:
+        if (!executeInstruction(program, *ip->instruction, signal, running, true) || shouldAbortForSoftRaisedError() ||
+            signal != BlockSignal::None)
+            return;
+        ++ip;
+        NEXT();
+    breakOut:
+        signal = BlockSignal::Break;
+        return;
+    end: {
+        if (!counted) return;
+        counted->counter += counted->step;
+        if (counted->step > 0 ? counted->counter > counted->last : counted->counter < counted->last) return;
+        // The counter, not the variable, drives the loop: written in place. The scope is found
+        // again, since the body may have pushed others.
+        Variable& variable = nativeScopes[counted->scope][0].value;
+        if (variable.type == VarType::Int) *std::get_if<int32_t>(&variable.value) = int32_t(counted->counter);
+        else variable = Variable(int32_t(counted->counter));
+        ip = code;
+        NEXT();
+    }
+#undef REFUSE
+#undef NEXT
     } catch (const std::exception&) {
         // An error of a step names its node's token, as the steps do.
         const LoopInstruction& failed = *ip;
