@@ -25,10 +25,12 @@ struct CallFrameGuard {
           rootHeight(s.sourceRootStack.size()),
           pathHeight(s.sourcePathStack.size()),
           fastCallable(s.fastCallable),
+          running(s.runningCallable),
           fastArgs(s.fastArgs),
           fastArgCount(s.fastArgCount),
           scopes(s.scopeState()) {
         script.fastCallable = nullptr;
+        script.runningCallable = &function;
         const auto& parameters = function.parameters;
         Scope& scope = script.pushScope(script.nativeScopes);
         script.noteParameterNames(function);
@@ -60,6 +62,7 @@ struct CallFrameGuard {
         if (script.varargStack.size() != varargHeight) script.varargStack.resize(varargHeight);
         script.popScopes(script.nativeScopes, nativeHeight);
         script.fastCallable = fastCallable;
+        script.runningCallable = running;
         script.fastArgs = fastArgs;
         script.fastArgCount = fastArgCount;
         script.restoreScopeState(scopes);
@@ -67,6 +70,7 @@ struct CallFrameGuard {
     OrvaneScript& script;
     size_t nativeHeight, varargHeight, rootHeight, pathHeight;
     const ScriptCallable* fastCallable;
+    const ScriptCallable* running;
     const Variable* fastArgs;
     size_t fastArgCount;
     OrvaneScript::ScopeState scopes;
@@ -147,8 +151,11 @@ Variable OrvaneScript::invokeCallableFast(const Variable& callee, const Variable
     checkNativeStack(0);
     if (callee.type != VarType::Function)
         throw std::runtime_error(std::string("Attempted to call a non-function value of type ") + typeName(callee.type));
+    const CallablePtr& named = callee.asCallable();
+    // A function calling itself is held by its own running call already: no count to move.
+    if (named && named.get() == runningCallable) return callScriptFunction(*named, args, count);
     // Held here, so that a function that replaces its own global keeps running.
-    CallablePtr function = callee.asCallable();
+    CallablePtr function = named;
     if (!function) throw std::runtime_error("Attempted to call an invalid function value");
     if (function->isDecay) {
         startCoroutine(function, args, count);
@@ -160,7 +167,7 @@ Variable OrvaneScript::invokeCallableFast(const Variable& callee, const Variable
         if (shouldAbortForSoftRaisedError()) return Variable();
         return result;
     }
-    return callScriptFunction(function, args, count);
+    return callScriptFunction(*function, args, count);
 }
 
 // Natives take their arguments as a vector; the vectors are kept per nesting depth and reused,
@@ -180,10 +187,10 @@ Variable OrvaneScript::callNative(const ScriptCallable& function, const Variable
     return function.nativeFunction(arguments);
 }
 
-Variable OrvaneScript::callScriptFunction(const CallablePtr& function, const Variable* args, size_t count) {
-    if (function->isLoadedChunk && count != 0) throw std::runtime_error("Loaded script chunks do not accept call arguments");
-    if (function->fastBodyKind != 0) return callFastBody(function, args, count);
-    return callBoundBody(*function, args, count);
+Variable OrvaneScript::callScriptFunction(const ScriptCallable& function, const Variable* args, size_t count) {
+    if (function.isLoadedChunk && count != 0) throw std::runtime_error("Loaded script chunks do not accept call arguments");
+    if (function.fastBodyKind != 0) return callFastBody(function, args, count);
+    return callBoundBody(function, args, count);
 }
 
 // The value is built in place all the way up (one way out at each level); the frame is unbound

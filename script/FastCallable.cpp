@@ -23,12 +23,14 @@ bool extractLiteralErrorCall(const ParsedScriptLine& line, std::string& message)
 // Sets the fast frame, source stacks and call depth for a fast body; restores them on every way out.
 struct FastFrameGuard {
     FastFrameGuard(OrvaneScript& s, const ScriptCallable& callable, const Variable* args, size_t count, bool countCall)
-        : script(s), countsCall(countCall), savedCallable(s.fastCallable), savedArgs(s.fastArgs), savedCount(s.fastArgCount),
+        : script(s), countsCall(countCall), savedCallable(s.fastCallable), savedRunning(s.runningCallable),
+          savedArgs(s.fastArgs), savedCount(s.fastArgCount),
           varargHeight(s.varargStack.size()), rootHeight(s.sourceRootStack.size()),
           pathHeight(s.sourcePathStack.size()), scopes(s.scopeState()) {
         if (countsCall) ++script.callDepth;
         script.noteParameterNames(callable);
         script.fastCallable = &callable;
+        script.runningCallable = &callable;
         script.fastArgs = args;
         script.fastArgCount = count;
         script.scopesChanged();
@@ -62,12 +64,14 @@ struct FastFrameGuard {
         script.fastArgCount = savedCount;
         script.fastArgs = savedArgs;
         script.fastCallable = savedCallable;
+        script.runningCallable = savedRunning;
         script.restoreScopeState(scopes);
         if (countsCall) --script.callDepth;
     }
     OrvaneScript& script;
     bool countsCall;
     const ScriptCallable* savedCallable;
+    const ScriptCallable* savedRunning;
     const Variable* savedArgs;
     size_t savedCount, varargHeight, rootHeight, pathHeight;
     OrvaneScript::ScopeState scopes;
@@ -175,31 +179,31 @@ Variable OrvaneScript::evaluateFastCallableReturn(const ScriptCallable& callable
     return executeReturn(callable.body[line], signal);
 }
 
-Variable OrvaneScript::callFastBody(const CallablePtr& function, const Variable* args, size_t count) {
+Variable OrvaneScript::callFastBody(const ScriptCallable& function, const Variable* args, size_t count) {
     // Each way through records a line before anything reads the location.
     LocationGuard location(*this, LocationGuard::Take{});
     // One named value and one way out, so that the value is built in the caller's place.
     Variable result;
     {
-        FastFrameGuard frame(*this, *function, args, count, false);
+        FastFrameGuard frame(*this, function, args, count, false);
         // No line runs here, so an error is located at the body's line as a block would do it.
         const ParsedScriptLine* line = nullptr;
         try {
-            uint16_t answer = function->fastReturnLine;
+            uint16_t answer = function.fastReturnLine;
             bool raised = false;
-            if (function->fastBodyKind >= 2) {
-                line = &function->body[function->fastGuardLine];
+            if (function.fastBodyKind >= 2) {
+                line = &function.body[function.fastGuardLine];
                 recordLine(*line);
                 if (guardHolds(*this, *line)) {
-                    raised = function->fastBodyKind == 2;
-                    if (raised) raiseScriptErrorSoft(function->fastGuardMessage);
-                    else answer = function->fastGuardReturnLine;
+                    raised = function.fastBodyKind == 2;
+                    if (raised) raiseScriptErrorSoft(function.fastGuardMessage);
+                    else answer = function.fastGuardReturnLine;
                 }
             }
             if (!raised) {
-                line = &function->body[answer];
+                line = &function.body[answer];
                 recordLine(*line);
-                result = evaluateFastCallableReturn(*function, answer);
+                result = evaluateFastCallableReturn(function, answer);
             }
         } catch (const std::exception& e) {
             if (std::string_view(e.what()).starts_with("OrvaneScript error:")) throw;

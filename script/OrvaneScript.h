@@ -406,11 +406,13 @@ public:
 
     // The running fast callable, whose parameters resolve without a scope.
     const ScriptCallable* fastCallable = nullptr;
+    // The script function whose call runs innermost, held by that call for as long as it runs.
+    const ScriptCallable* runningCallable = nullptr;
     const Variable* fastArgs = nullptr;
     size_t fastArgCount = 0;
     Variable* fastParameter(size_t slot);
     Variable missingArgument;
-    Variable callFastBody(const CallablePtr& function, const Variable* args, size_t count);
+    Variable callFastBody(const ScriptCallable& function, const Variable* args, size_t count);
     // The flat steps of a call-free expression; false where the scalar evaluator must answer.
     bool runFastSteps(const FastExpression& e, const std::vector<std::string>& tokens,
                       std::vector<TokenAnalysis>& analyses, FastScalarValue& out) {
@@ -593,7 +595,7 @@ private:
     Variable callNative(const ScriptCallable& function, const Variable* args, size_t count);
     std::deque<VariableArray> nativeArguments;
     size_t nativeArgumentDepth = 0;
-    Variable callScriptFunction(const CallablePtr& function, const Variable* args, size_t count);
+    Variable callScriptFunction(const ScriptCallable& function, const Variable* args, size_t count);
     Variable callBoundBody(const ScriptCallable& function, const Variable* args, size_t count);
     Variable callMethodOfString(const std::string& receiver, const Variable& method, const Variable* args, size_t count);
     std::vector<ParsedScriptLine> compileLines(const std::string& text);
