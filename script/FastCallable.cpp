@@ -24,9 +24,7 @@ bool extractLiteralErrorCall(const ParsedScriptLine& line, std::string& message)
 struct FastFrameGuard {
     FastFrameGuard(OrvaneScript& s, const ScriptCallable& callable, const Variable* args, size_t count, bool countCall)
         : script(s), countsCall(countCall), savedCallable(s.fastCallable), savedRunning(s.runningCallable),
-          savedArgs(s.fastArgs), savedCount(s.fastArgCount),
-          varargHeight(s.varargStack.size()), rootHeight(s.sourceRootStack.size()),
-          pathHeight(s.sourcePathStack.size()), scopes(s.scopeState()) {
+          savedArgs(s.fastArgs), savedCount(s.fastArgCount), scopes(s.scopeState()) {
         if (countsCall) ++script.callDepth;
         script.noteParameterNames(callable);
         script.fastCallable = &callable;
@@ -46,21 +44,24 @@ struct FastFrameGuard {
         if (callable.isVariadic) {
             size_t named = std::min(callable.parameters.size(), count);
             script.varargStack.emplace_back(args + named, args + count);
+            pushedVarargs = true;
         }
         // A recursive call names the same source as its caller: nothing to push.
         if (!callable.sourceRoot.empty()) {
-            if (!onTop(script.sourceRootStack, &callable.sourceRoot)) script.sourceRootStack.push_back(&callable.sourceRoot);
-            if (!callable.sourcePath.empty() && !onTop(script.sourcePathStack, &callable.sourcePath))
-                script.sourcePathStack.push_back(&callable.sourcePath);
+            pushedRoot = !onTop(script.sourceRootStack, &callable.sourceRoot);
+            if (pushedRoot) script.sourceRootStack.push_back(&callable.sourceRoot);
+            pushedPath = !callable.sourcePath.empty() && !onTop(script.sourcePathStack, &callable.sourcePath);
+            if (pushedPath) script.sourcePathStack.push_back(&callable.sourcePath);
         }
     }
     static bool onTop(const std::vector<const std::string*>& stack, const std::string* text) {
         return !stack.empty() && stack.back() == text;
     }
     ~FastFrameGuard() {
-        if (script.sourcePathStack.size() != pathHeight) script.sourcePathStack.resize(pathHeight);
-        if (script.sourceRootStack.size() != rootHeight) script.sourceRootStack.resize(rootHeight);
-        if (script.varargStack.size() != varargHeight) script.varargStack.resize(varargHeight);
+        // Whatever ran inside restored its own pushes on its way out.
+        if (pushedPath) script.sourcePathStack.pop_back();
+        if (pushedRoot) script.sourceRootStack.pop_back();
+        if (pushedVarargs) script.varargStack.pop_back();
         script.fastArgCount = savedCount;
         script.fastArgs = savedArgs;
         script.fastCallable = savedCallable;
@@ -73,7 +74,8 @@ struct FastFrameGuard {
     const ScriptCallable* savedCallable;
     const ScriptCallable* savedRunning;
     const Variable* savedArgs;
-    size_t savedCount, varargHeight, rootHeight, pathHeight;
+    size_t savedCount;
+    bool pushedVarargs = false, pushedRoot = false, pushedPath = false;
     OrvaneScript::ScopeState scopes;
 };
 
@@ -175,8 +177,12 @@ bool OrvaneScript::tryEvaluateFastCallableScalar(const ScriptCallable& callable,
 }
 
 Variable OrvaneScript::evaluateFastCallableReturn(const ScriptCallable& callable, uint16_t line) {
+    const ParsedScriptLine& answer = callable.body[line];
+    // One compiled value, the common answer, as the return statement takes it.
+    if (answer.returnValues.size() == 1 && answer.returnValues[0].valid)
+        return evaluateReturnValue(answer.returnValues[0], answer);
     BlockSignal signal = BlockSignal::None;
-    return executeReturn(callable.body[line], signal);
+    return executeReturn(answer, signal);
 }
 
 Variable OrvaneScript::callFastBody(const ScriptCallable& function, const Variable* args, size_t count) {
