@@ -35,7 +35,7 @@ enum class LoopOp : uint8_t {
     Condition,     // a condition on the general path: true to resume, false to target
     Instruction,   // any other instruction in the inline form
     Break,         // leaves the chunk with a Break signal
-    End,
+    End,           // leaves the chunk, or turns the counter of the numeric for around it
 };
 
 struct LoopOperand {
