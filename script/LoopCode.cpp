@@ -364,6 +364,15 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
         const Variable* v = resolveFast(*o.name, *o.analysis);
         return v ? packVariable(*v) : kPackedNil;
     };
+    auto arithmeticOf = [&](const LoopInstruction& in) { return packed::arithmetic(in.kind, read(in.a), read(in.b)); };
+    auto comparisonOf = [&](const LoopInstruction& in) { return packed::compare(in.kind, read(in.a), read(in.b)); };
+    // After a plain statement, as after any in the inline form: the running value is nil, and a
+    // coroutine may take its turn. False when a soft error ends the chunk.
+    auto statementDone = [&] {
+        if (running.type != VarType::Nil) running = Variable();
+        inlineCoroutineStep();
+        return !shouldAbortForSoftRaisedError();
+    };
     // The running instruction by pointer: a jump is an add, a step an increment. Each operation
     // goes on to the next by a jump of its own, which a branch predictor learns per operation.
     const LoopInstruction* ip = code;
@@ -385,34 +394,32 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
     } while (0)
     try {
         NEXT();
-    arithmetic:
+    arithmetic: {
+        Packed value = arithmeticOf(*ip);
+        if (value == kRefused) REFUSE();
+        r[ip->dst] = value;
+        ++ip;
+        NEXT();
+    }
     compare: {
-        Packed b = read(ip->b);
-        Packed a = read(ip->a);
-        Packed value = ip->op == LoopOp::Arithmetic ? packed::arithmetic(ip->kind, a, b) : packed::compare(ip->kind, a, b);
+        Packed value = comparisonOf(*ip);
         if (value == kRefused) REFUSE();
         r[ip->dst] = value;
         ++ip;
         NEXT();
     }
     arithmeticSet: {
-        Packed b = read(ip->b);
-        Packed a = read(ip->a);
-        Packed value = packed::arithmetic(ip->kind, a, b);
+        Packed value = arithmeticOf(*ip);
         if (value == kRefused) REFUSE();
         FastScalarValue scalar = unpack(value);
         if (Variable* slot = resolveFast(*ip->c.name, *ip->c.analysis)) assignFastScalarToVariable(*slot, scalar);
         else finishSimpleAssign(*ip->line, '=', true, scalar);
-        if (running.type != VarType::Nil) running = Variable();
-        inlineCoroutineStep();
-        if (shouldAbortForSoftRaisedError()) return;
+        if (!statementDone()) return;
         ++ip;
         NEXT();
     }
     compareJump: {
-        Packed b = read(ip->b);
-        Packed a = read(ip->a);
-        Packed value = packed::compare(ip->kind, a, b);
+        Packed value = comparisonOf(*ip);
         if (value == kRefused) REFUSE();
         ip = code + (truthOf(value) ? ip->resume : ip->target);
         NEXT();
@@ -453,9 +460,7 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
         if (slot && ip->assignOperator == '=') assignFastScalarToVariable(*slot, scalar);
         else if (!slot || !tryApplyFastScalarOperationInPlace(*slot, ip->assignOperator, scalar))
             finishSimpleAssign(*ip->line, ip->assignOperator, true, scalar);
-        if (running.type != VarType::Nil) running = Variable();
-        inlineCoroutineStep();
-        if (shouldAbortForSoftRaisedError()) return;
+        if (!statementDone()) return;
         ++ip;
         NEXT();
     }
@@ -472,9 +477,7 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
         if (position < 1 || size_t(position) > items.size() + 1 || size_t(position) > kMaxArrayGrowth) REFUSE();
         if (size_t(position) == items.size() + 1) items.emplace_back();
         assignFastScalarToVariable(items[size_t(position) - 1], unpack(value));
-        if (running.type != VarType::Nil) running = Variable();
-        inlineCoroutineStep();
-        if (shouldAbortForSoftRaisedError()) return;
+        if (!statementDone()) return;
         ++ip;
         NEXT();
     }
