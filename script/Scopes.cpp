@@ -95,9 +95,8 @@ Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAna
         }
         break;
     case kScopeKindFastParam:
-        if (visibleLocals == 0 && fastCallable && a.scopeSlot < fastCallable->parameters.size() &&
-            fastCallable->parameters[a.scopeSlot] == name)
-            return fastParameter(a.scopeSlot);
+        // Found among this very function's parameters: the same slot holds the same name.
+        if (visibleLocals == 0 && fastCallable && a.scopePtr == fastCallable) return fastParameter(a.scopeSlot);
         break;
     case kScopeKindNative:
         if (visibleLocals == 0 && !fastCallable && !nativeScopes.empty()) {
@@ -128,6 +127,7 @@ Variable* OrvaneScript::resolveVariableFastPtr(const std::string& name, TokenAna
             if (parameters[slot] != name) continue;
             a.scopeKind = kScopeKindFastParam;
             a.scopeSlot = slot;
+            a.scopePtr = fastCallable;
             return fastParameter(slot);
         }
     }
