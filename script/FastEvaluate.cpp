@@ -735,12 +735,7 @@ bool OrvaneScript::tryExecuteDiscardedFastCall(const FastExpression& e, const To
 }
 
 bool OrvaneScript::tryApplyFastScalarOperationInPlace(Variable& variable, char op, const FastScalarValue& scalar) {
-    if (variable.type == VarType::Int && scalar.kind == FastScalarValue::Int && (op == '+' || op == '-')) {
-        // `k += 1`, the commonest case: the integer in place.
-        int32_t& value = *std::get_if<int32_t>(&variable.value);
-        value = wrap(op == '+' ? int64_t(value) + scalar.intValue : int64_t(value) - scalar.intValue);
-        return true;
-    }
+    if (tryStepIntegerInPlace(variable, op, scalar)) return true;
     if (!isNumericVariable(variable) || !fastScalarIsNumeric(scalar)) return false;
     bool scalarFloat = scalar.kind == FastScalarValue::Float;
     switch (op) {

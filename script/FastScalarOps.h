@@ -50,6 +50,14 @@ inline bool scalarFromVariable(const Variable& v, FastScalarValue& out) {
     }
 }
 
+// `k += 1`, the commonest compound assignment: an integer stepped in place, wrapping at 32 bits.
+inline bool tryStepIntegerInPlace(Variable& variable, char op, const FastScalarValue& scalar) {
+    if (variable.type != VarType::Int || scalar.kind != FastScalarValue::Int || (op != '+' && op != '-')) return false;
+    int32_t& value = *std::get_if<int32_t>(&variable.value);
+    value = wrapInt32(op == '+' ? int64_t(value) + scalar.intValue : int64_t(value) - scalar.intValue);
+    return true;
+}
+
 // + - * / \ % ^ on two scalars; false when either is not numeric. Two non-floats give integer
 // arithmetic wrapping at 32 bits (except / and ^, always float).
 bool applyScalarArithmetic(FastExprNodeKind kind, const FastScalarValue& a, const FastScalarValue& b,

@@ -458,7 +458,8 @@ void OrvaneScript::runLoopCode(const std::shared_ptr<BytecodeProgram>& program, 
         FastScalarValue scalar = unpack(value);
         Variable* slot = resolveFast(*ip->a.name, *ip->a.analysis);
         if (slot && ip->assignOperator == '=') assignFastScalarToVariable(*slot, scalar);
-        else if (!slot || !tryApplyFastScalarOperationInPlace(*slot, ip->assignOperator, scalar))
+        else if (!slot || (!tryStepIntegerInPlace(*slot, ip->assignOperator, scalar) &&
+                           !tryApplyFastScalarOperationInPlace(*slot, ip->assignOperator, scalar)))
             finishSimpleAssign(*ip->line, ip->assignOperator, true, scalar);
         if (!statementDone()) return;
         ++ip;
