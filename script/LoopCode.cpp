@@ -279,13 +279,20 @@ struct LoopCompiler {
     bool compileWhile(const BytecodeWhileLoop& loop) {
         const ParsedScriptLine* line = lineAt(loop.line);
         if (!line || loop.chunk >= p.chunks.size()) return false;
-        uint32_t top = here();
         emitLine(*line);
         auto whenFalse = compileCondition(*line, "while");
+        uint32_t body = here();
         breaks.emplace_back();
         compileChunk(loop.chunk);
-        emit(LoopOp::Jump).target = top;
+        // The test again below the body, so that a turn of the loop takes no jump of its own: a
+        // last comparison that holds goes straight back to the body.
+        emitLine(*line);
+        auto again = compileCondition(*line, "while");
+        for (const auto& [inTail, index] : again)
+            if (!inTail && code[index].op == LoopOp::CompareJump) code[index].resume = body;
+        emit(LoopOp::Jump).target = body;
         patch(whenFalse, here());
+        patch(again, here());
         for (uint32_t jump : breaks.back()) code[jump].target = here();
         breaks.pop_back();
         return true;
