@@ -219,18 +219,32 @@ struct LoopCompiler {
         return true;
     }
 
-    // A condition into r[0] and a jump when false; the jump places to patch are returned.
-    std::vector<std::pair<bool, uint32_t>> compileCondition(const ParsedScriptLine& line, const char* keyword) {
+    // A condition into r[0] and a jump when false; the jump places to patch are returned, and
+    // the place of a last comparison that jumps itself goes to `fused`.
+    std::vector<std::pair<bool, uint32_t>> compileCondition(const ParsedScriptLine& line, const char* keyword,
+                                                            uint32_t* fused = nullptr) {
         std::vector<LoopInstruction> steps;
         const FastExpression& e = line.condition;
         if (e.valid && !e.steps.empty() && translateSteps(e, line, 0, steps)) {
             uint32_t first = here();
             append(steps);
+            uint32_t jump = here();
+            std::vector<std::pair<bool, uint32_t>> places{{false, jump}};
+            // A comparison whose false answer `and` takes to the end jumps there itself.
+            for (uint32_t i = first; i + 1 < jump; ++i) {
+                LoopInstruction& compare = code[i];
+                const LoopInstruction& andOr = code[i + 1];
+                if (compare.op != LoopOp::Compare || andOr.op != LoopOp::AndOr || andOr.kind != FastExprNodeKind::And ||
+                    andOr.target != jump)
+                    continue;
+                compare.op = LoopOp::CompareJump;
+                compare.resume = i + 2;
+                places.emplace_back(false, i);
+            }
             // A last comparison decides the jump itself; the JumpIfFalse behind it stays for the
             // `and`/`or` that jump to the end, and the comparison's true answer steps over it.
-            uint32_t last = here() - 1;
-            bool fused = code[last].op == LoopOp::Compare && code[last].dst == 0;
-            uint32_t jump = here();
+            uint32_t last = jump - 1;
+            bool lastJumps = code[last].op == LoopOp::Compare && code[last].dst == 0;
             emit(LoopOp::JumpIfFalse);
             LoopInstruction general;
             general.op = LoopOp::Condition;
@@ -239,10 +253,14 @@ struct LoopCompiler {
             general.resume = here();
             uint32_t index = addTail(general);
             refuseTo(first, jump, index);
-            if (!fused) return {{false, jump}, {true, index}};
-            code[last].op = LoopOp::CompareJump;
-            code[last].resume = here();
-            return {{false, last}, {false, jump}, {true, index}};
+            places.emplace_back(true, index);
+            if (lastJumps) {
+                code[last].op = LoopOp::CompareJump;
+                code[last].resume = here();
+                places.emplace_back(false, last);
+                if (fused) *fused = last;
+            }
+            return places;
         }
         LoopInstruction& general = emit(LoopOp::Condition);
         general.line = &line;
@@ -287,9 +305,9 @@ struct LoopCompiler {
         // The test again below the body, so that a turn of the loop takes no jump of its own: a
         // last comparison that holds goes straight back to the body.
         emitLine(*line);
-        auto again = compileCondition(*line, "while");
-        for (const auto& [inTail, index] : again)
-            if (!inTail && code[index].op == LoopOp::CompareJump) code[index].resume = body;
+        uint32_t fused = UINT32_MAX;
+        auto again = compileCondition(*line, "while", &fused);
+        if (fused != UINT32_MAX) code[fused].resume = body;
         emit(LoopOp::Jump).target = body;
         patch(whenFalse, here());
         patch(again, here());
