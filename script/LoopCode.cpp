@@ -94,6 +94,7 @@ struct LoopCompiler {
                 break;
             case FastStepOp::AndOr:
                 // The left answer stays where it is when it decides; else the right one replaces it.
+                if (depth <= base) return false;
                 in.op = LoopOp::AndOr;
                 in.dst = uint8_t(depth - 1);
                 in.target = uint32_t(step.jump);
