@@ -195,7 +195,8 @@ inline void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
     finishSimpleAssign(line, op, isScalar, scalar);
 }
 
-// The hottest statement of the inline form; false when a soft error ends the chunk.
+// An assignment of the inline form on the general path (one its loop code could not take);
+// false when a soft error ends the chunk.
 bool OrvaneScript::runInlineAssignment(BytecodeProgram& p, const Instruction& instruction, Variable& running) {
     const ParsedScriptLine& line = lineStep(p, instruction.a);
     if (line.tokens.empty() || line.targets.empty()) return true;

@@ -1,9 +1,6 @@
 // The flat form of a call-free expression: postfix steps run over a small stack of scalars.
 // It answers exactly as the scalar evaluator does on the same tree; whenever it cannot (a
 // string key, a container value), it refuses, and having no calls it has caused nothing.
-#include <bit>
-#include <cstddef>
-#include <cstring>
 #include <stdexcept>
 
 #include "script/FastScalarOps.h"
