@@ -142,7 +142,7 @@ void prepareFastCallableBody(ScriptCallable& callable) {
     callable.parameterTokens = findParameterTokens(body, 0, body.size(), callable.parameters);
 }
 
-// The guard of a shape-2 body: true when it fires.
+// The guard of a shape-2 or shape-3 body: true when it fires.
 static bool guardHolds(OrvaneScript& script, const ParsedScriptLine& line) {
     auto& analyses = line.analyses;
     if (line.condition.valid) {

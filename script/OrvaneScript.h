@@ -66,7 +66,8 @@ enum BuiltinId : uint8_t {
 
 uint8_t builtinIdFromName(std::string_view name);
 
-// Marks a function whose body is one `return`, or a literal guard and a `return`, for scopeless calls.
+// Marks a function whose body is one `return`, or an `if` guard (raising a literal error or
+// answering early) and a `return`, for scopeless calls.
 void prepareFastCallableBody(ScriptCallable& callable);
 // The tokens of lines [begin, end) that name one of the parameters, with the slot of the first
 // parameter of that name (the one a search finds).
