@@ -74,8 +74,8 @@ inline bool write_bgra_rows(std::FILE* file, const uint8_t* pixels, uint32_t wid
     return true;
 }
 
-// A canvas that the file's pixel data may cover only in part (an APNG whose frames replace the
-// default image, a REI file) is refused when it is far larger than the data could describe: a
+// A canvas that the file's compressed pixel data may cover only in part (an APNG whose frames
+// replace the default image) is refused when it is far larger than the data could describe: a
 // few dozen bytes must not make us allocate gigabytes. The bound: 64 MiB of RGBA, or 4128 bytes
 // per byte of data (deflate's greatest expansion, about 1032 to 1, times 4 from a grey sample).
 inline bool canvas_fits_data(uint64_t pixelCount, uint64_t dataBytes) {
@@ -84,6 +84,15 @@ inline bool canvas_fits_data(uint64_t pixelCount, uint64_t dataBytes) {
     if (!checked_mul(pixelCount, 4, canvasBytes)) return false;
     if (!checked_mul(dataBytes, 4128, bound)) return true;
     return canvasBytes <= (bound > kFloor ? bound : kFloor);
+}
+
+// The same for data stored raw (REI layers), where nothing expands: the canvas may be no larger
+// than the file, beyond a floor of 16 MiB of RGBA (2048 by 2048) for canvases around small layers.
+inline bool raw_canvas_fits_data(uint64_t pixelCount, uint64_t dataBytes) {
+    constexpr uint64_t kFloor = uint64_t(16) << 20;
+    uint64_t canvasBytes;
+    if (!checked_mul(pixelCount, 4, canvasBytes)) return false;
+    return canvasBytes <= (dataBytes > kFloor ? dataBytes : kFloor);
 }
 
 }  // namespace ot::png

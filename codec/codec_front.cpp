@@ -11,18 +11,17 @@ namespace ot::png {
 
 namespace {
 
+// The bytes are counted as they arrive, never trusted from a size told ahead: a directory, for
+// one, opens and claims an enormous size, then gives nothing.
 bool read_file(const char* path, std::vector<uint8_t>& bytes) {
     bytes.clear();
     if (!path) return false;
     std::FILE* file = std::fopen(path, "rb");
     if (!file) return false;
-    bool ok = std::fseek(file, 0, SEEK_END) == 0;
-    long size = ok ? std::ftell(file) : -1;
-    ok = ok && size >= 0 && std::fseek(file, 0, SEEK_SET) == 0;
-    if (ok) {
-        bytes.resize(size_t(size));
-        ok = std::fread(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    }
+    uint8_t buffer[1 << 16];
+    size_t got;
+    while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0) bytes.insert(bytes.end(), buffer, buffer + got);
+    bool ok = !std::ferror(file);
     if (std::fclose(file) != 0) ok = false;
     if (!ok) bytes.clear();
     return ok;

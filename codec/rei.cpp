@@ -48,7 +48,7 @@ bool load_rei_memory(const uint8_t* data, size_t size, Image& image) {
         if (layer.flags & 1) layers.push_back(layer);
     }
     uint64_t pixelCount;
-    if (!compute_pixel_count(width, height, pixelCount) || !canvas_fits_data(pixelCount, size)) return false;
+    if (!compute_pixel_count(width, height, pixelCount) || !raw_canvas_fits_data(pixelCount, size)) return false;
 
     std::vector<uint8_t> canvas(size_t(pixelCount) * 4, 0);
     for (const ReiLayer& layer : layers) {

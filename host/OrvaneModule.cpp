@@ -44,12 +44,11 @@ Variable readFile(const VariableArray& args) {
     std::string filePath = stringValue(requireArg(args, 0, label), label, "path");
     std::ifstream file(filePath, std::ios::binary);
     if (!file) throw std::runtime_error("failed to read file: " + filePath);
-    file.seekg(0, std::ios::end);
-    std::streamoff size = file.tellg();
-    if (size < 0) throw std::runtime_error("failed to size file: " + filePath);
-    file.seekg(0, std::ios::beg);
-    std::string content(size_t(size), '\0');
-    if (size > 0 && !file.read(content.data(), size)) throw std::runtime_error("failed to read file: " + filePath);
+    // Grown as bytes arrive: a directory opens, claims an enormous size and gives nothing.
+    std::string content;
+    char buffer[1 << 16];
+    while (file.read(buffer, sizeof buffer) || file.gcount() > 0) content.append(buffer, size_t(file.gcount()));
+    if (file.bad()) throw std::runtime_error("failed to read file: " + filePath);
     return Variable(std::move(content));
 }
 

@@ -53,11 +53,7 @@ bool readBlock(std::ifstream& in, int64_t& bytesLeft, int32_t& width, int32_t& h
 }
 
 struct ImageReleaser {
-    void operator()(NuvraImage* image) const {
-        delete[] image->pixels;
-        delete[] image->reflectPixels;
-        delete image;
-    }
+    void operator()(NuvraImage* image) const { freeNuvraImage(image); }
 };
 
 }  // namespace
@@ -90,7 +86,6 @@ NuvraImage* loadNuvraImage(const char* path) {
     if (!readBlock(in, bytesLeft, image->width, image->height, image->pixels) ||
         !readBlock(in, bytesLeft, image->reflectWidth, image->reflectHeight, image->reflectPixels))
         return nullptr;
-    liveNuvraImages.insert(image.get());
     return image.release();
 }
 

@@ -9,7 +9,7 @@ namespace orvane {
 // True when the path ends in ".nmg" exactly (case matters) and is longer than 3 characters.
 bool hasNMGExtension(const char* path);
 bool saveNuvraImage(const NuvraImage* image, const char* path);
-// A new live image, or null for a missing, short or malformed file.
+// A new image (not yet live), or null for a missing, short or malformed file.
 NuvraImage* loadNuvraImage(const char* path);
 
 }  // namespace orvane

@@ -1,20 +1,45 @@
 #include "image/NuvraImage.h"
 
 #include <algorithm>
+#include <new>
 
 namespace orvane {
 
-std::unordered_set<NuvraImage*>& liveNuvraImages = *new std::unordered_set<NuvraImage*>;
+LiveImages& liveNuvraImages = *new LiveImages;
+
+ImageHandle LiveImages::enter(NuvraImage* image) {
+    const ImageHandle handle = next++;
+    images.emplace(handle, image);
+    return handle;
+}
+
+NuvraImage* LiveImages::find(ImageHandle handle) const {
+    auto it = images.find(handle);
+    return it == images.end() ? nullptr : it->second;
+}
+
+void LiveImages::kill(ImageHandle handle) {
+    auto it = images.find(handle);
+    if (it == images.end()) return;
+    freeNuvraImage(it->second);
+    images.erase(it);
+}
 
 NuvraImage* createSolidColourImage(int32_t width, int32_t height, uint8_t r, uint8_t g, uint8_t b, uint8_t a) {
     width = std::max(width, 1);
     height = std::max(height, 1);
     const int64_t count = int64_t(width) * int64_t(height);
-    auto* image = new NuvraImage{width, height, new uint8_t[size_t(count) * 4], 0, 0, nullptr};
+    uint8_t* pixels = allocatePixels(width, height);
+    if (!pixels) return nullptr;
+    auto* image = new NuvraImage{width, height, pixels, 0, 0, nullptr};
     const uint8_t colour[4] = {r, g, b, a};
     for (int64_t i = 0; i < count; ++i) std::copy(colour, colour + 4, image->pixels + i * 4);
-    liveNuvraImages.insert(image);
     return image;
+}
+
+uint8_t* allocatePixels(int32_t width, int32_t height) {
+    if (width < 0 || height < 0 || int64_t(width) * height > kMaxImagePixels) return nullptr;
+    return new (std::nothrow) uint8_t[size_t(width) * size_t(height) * 4];
 }
 
 void setPixel(NuvraImage* image, int32_t x, int32_t y, uint8_t r, uint8_t g, uint8_t b, uint8_t a) {
@@ -34,7 +59,7 @@ const uint8_t* getPixel(const NuvraImage* image, int32_t x, int32_t y) {
 }
 
 bool cleanImage(NuvraImage* image) {
-    if (!image || !liveNuvraImages.count(image)) return false;
+    if (!image) return false;
     const bool empty = image->width == 0 && image->height == 0;
     const bool filled = image->width > 0 && image->height > 0 && image->pixels;
     if (empty || filled) return true;
@@ -45,12 +70,10 @@ bool cleanImage(NuvraImage* image) {
     return false;
 }
 
-void killNuvraImage(NuvraImage* image) {
-    if (!image || !liveNuvraImages.erase(image)) return;
+void freeNuvraImage(NuvraImage* image) {
+    if (!image) return;
     delete[] image->pixels;
     delete[] image->reflectPixels;
-    image->pixels = nullptr;
-    image->reflectPixels = nullptr;
     delete image;
 }
 

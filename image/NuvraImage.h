@@ -2,8 +2,9 @@
 // pixel accessors that tolerate bad coordinates.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <unordered_set>
+#include <unordered_map>
 
 namespace orvane {
 
@@ -18,18 +19,46 @@ struct NuvraImage {
     uint8_t* reflectPixels;
 };
 
-// Images the script world may legally test and free; touched on the script thread only.
-// Never destroyed: images that scripts did not free stay reachable until the process ends.
-extern std::unordered_set<NuvraImage*>& liveNuvraImages;
+// What a script holds for an image. Handles count up from a tagged base and are never given
+// twice, so a killed image's handle cannot come to name another image, whatever address the
+// allocator hands the next one; the tag keeps them apart from any real address.
+using ImageHandle = uint64_t;
+constexpr ImageHandle kImageHandleTag = ImageHandle(0x494D) << 48;
 
+// The images the script world may reach, test and free, by handle; touched on the script thread
+// only. Never destroyed: images that scripts did not free stay reachable until the process ends.
+class LiveImages {
+public:
+    // Enters a new image and gives its handle.
+    ImageHandle enter(NuvraImage* image);
+    // Null for a handle that was killed or never given.
+    NuvraImage* find(ImageHandle handle) const;
+    // Releases the image behind a handle; anything else (killed, foreign) is ignored.
+    void kill(ImageHandle handle);
+    size_t size() const { return images.size(); }
+
+private:
+    std::unordered_map<ImageHandle, NuvraImage*> images;
+    ImageHandle next = kImageHandleTag + 1;
+};
+
+extern LiveImages& liveNuvraImages;
+
+// The most pixels one image may hold (2^28, a gigabyte): larger sizes are refused before anything
+// is allocated, as are sizes the memory cannot give.
+constexpr int64_t kMaxImagePixels = int64_t(1) << 28;
+// Width times height pixels, uninitialised; null when refused as above.
+uint8_t* allocatePixels(int32_t width, int32_t height);
+
+// Width and height below 1 count as 1. Null when the pixels cannot be allocated.
 NuvraImage* createSolidColourImage(int32_t width, int32_t height, uint8_t r, uint8_t g, uint8_t b, uint8_t a);
 void setPixel(NuvraImage* image, int32_t x, int32_t y, uint8_t r, uint8_t g, uint8_t b, uint8_t a);
 // Outside the image, or without one, this reads as one transparent black pixel.
 const uint8_t* getPixel(const NuvraImage* image, int32_t x, int32_t y);
 
-// False for null, unregistered or inconsistent images; an inconsistent one is reset to 0 by 0.
+// False for null or inconsistent images; an inconsistent one is reset to 0 by 0.
 bool cleanImage(NuvraImage* image);
-// Releases a registered image; anything else (null, stale, foreign) is ignored.
-void killNuvraImage(NuvraImage* image);
+// Releases the buffers and the record; for images that never entered the live set, or left it.
+void freeNuvraImage(NuvraImage* image);
 
 }  // namespace orvane

@@ -6,8 +6,23 @@
 
 namespace orvane {
 
+namespace {
+
+ImageHandle handleOf(void* pointer) { return ImageHandle(reinterpret_cast<uintptr_t>(pointer)); }
+
+}  // namespace
+
+Variable liveImageVariable(NuvraImage* image) {
+    if (!image) return Variable();
+    return Variable(reinterpret_cast<void*>(uintptr_t(liveNuvraImages.enter(image))));
+}
+
+NuvraImage* imageOf(const Variable& value) {
+    return value.type == VarType::Pointer ? liveNuvraImages.find(handleOf(value.asPointer())) : nullptr;
+}
+
 NuvraImage* imageArgument(const VariableArray& args, size_t index, const std::string& label, const std::string& name) {
-    return static_cast<NuvraImage*>(pointerValue(requireArg(args, index, label), label, name));
+    return liveNuvraImages.find(handleOf(pointerValue(requireArg(args, index, label), label, name)));
 }
 
 NuvraImage& validImageArgument(const VariableArray& args, size_t index, const std::string& label,
@@ -19,6 +34,11 @@ NuvraImage& validImageArgument(const VariableArray& args, size_t index, const st
 
 namespace {
 
+std::string tooLarge(int32_t width, int32_t height) {
+    return "an image of " + std::to_string(width) + " by " + std::to_string(height) +
+           " pixels is too large (at most " + std::to_string(kMaxImagePixels) + " pixels)";
+}
+
 Variable createImage(const VariableArray& args) {
     const std::string label = "Nuvra.createImage";
     const int32_t width = integerValue(requireArg(args, 0, label), label, "width");
@@ -27,7 +47,9 @@ Variable createImage(const VariableArray& args) {
         return uint8_t(integerValue(requireArg(args, index, label), label, name));
     };
     const uint8_t r = colour(2, "r"), g = colour(3, "g"), b = colour(4, "b"), a = colour(5, "a");
-    return Variable(static_cast<void*>(createSolidColourImage(width, height, r, g, b, a)));
+    NuvraImage* image = createSolidColourImage(width, height, r, g, b, a);
+    if (!image) bindingError(label, tooLarge(width, height));
+    return liveImageVariable(image);
 }
 
 Variable checkImage(const VariableArray& args) {
@@ -35,7 +57,7 @@ Variable checkImage(const VariableArray& args) {
 }
 
 Variable killImage(const VariableArray& args) {
-    killNuvraImage(imageArgument(args, 0, "Nuvra.killImage", "image"));
+    liveNuvraImages.kill(handleOf(pointerValue(requireArg(args, 0, "Nuvra.killImage"), "Nuvra.killImage", "image")));
     return Variable();
 }
 
@@ -56,7 +78,7 @@ Variable loadImageRaw(const VariableArray& args) {
     const std::string filePath = stringValue(requireArg(args, 0, label), label, "path");
     NuvraImage* image = loadNuvraImage(filePath.c_str());
     if (!image) return returnValues({Variable(), Variable(0), Variable(0)});
-    return returnValues({Variable(static_cast<void*>(image)), Variable(image->width), Variable(image->height)});
+    return returnValues({liveImageVariable(image), Variable(image->width), Variable(image->height)});
 }
 
 // Writes PNG whatever the extension says; a failed write is not reported.
@@ -76,8 +98,7 @@ Variable loadPNG(const VariableArray& args) {
     uint8_t* pixels = ot_load_png(filePath.c_str(), &width, &height);
     if (!pixels) bindingError(label, "failed to load image: " + filePath);
     auto* image = new NuvraImage{width, height, pixels, 0, 0, nullptr};
-    liveNuvraImages.insert(image);
-    return returnValues({Variable(static_cast<void*>(image)), Variable(height), Variable(width)});
+    return returnValues({liveImageVariable(image), Variable(height), Variable(width)});
 }
 
 Variable blitImageBinding(const VariableArray& args) {

@@ -11,11 +11,16 @@ namespace orvane {
 ModuleEntries nuvraImageEntries();
 Variable makeGLFWModule();
 
-// The image argument of a module function, or null for nil.
+// Enters a new image in the live set and gives the script's value for it; nil for null.
+Variable liveImageVariable(NuvraImage* image);
+// The live image a script value names; null for nil, a killed image or anything else.
+NuvraImage* imageOf(const Variable& value);
+// The image argument of a module function: a pointer, or the checkers' error; null for nil
+// and for an image already killed.
 NuvraImage* imageArgument(const VariableArray& args, size_t index, const std::string& label,
-                                 const std::string& name);
+                          const std::string& name);
 // Same, and a script error "<name> must be a valid image" unless it has pixels.
 NuvraImage& validImageArgument(const VariableArray& args, size_t index, const std::string& label,
-                                      const std::string& name);
+                               const std::string& name);
 
 }  // namespace orvane

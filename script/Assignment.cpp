@@ -110,14 +110,25 @@ void OrvaneScript::applyToTarget(const ParsedScriptLine& line, const ParsedAssig
     // A plain target that exists is written in place: storing it again would change nothing.
     bool inPlace = existing && line.scopeTarget == kTargetPlain;
     Variable* level = inPlace ? existing : &created;
+    // Past the first key, `level` lies in its parent container, which moves when it grows; it
+    // grows under `level` when it holds itself (`a[1] = a; a[1][3][1] = 5`). The parent is held,
+    // and `level` is found again in it after every growth.
+    Variable parent;
+    auto findLevelAgain = [&](size_t i) {
+        if (i > 0) level = &getIndexedValueMutable(parent, keys[i - 1], false);
+    };
     for (size_t i = 0; i + 1 < keys.size(); ++i) {
-        if (op == '=' && getIndexedValue(*level, keys[i]).isNil())
+        if (op == '=' && getIndexedValue(*level, keys[i]).isNil()) {
             setIndexedValue(*level, keys[i],
                             prefersArrayStorage(keys[i + 1]) ? Variable::makeArray() : Variable::makeTable(), true);
+            findLevelAgain(i);
+        }
+        parent = *level;
         level = &getIndexedValueMutable(*level, keys[i], op == '=');
     }
     if (op == '=') {
         setIndexedValue(*level, keys.back(), value, true);
+        findLevelAgain(keys.size() - 1);
     } else {
         Variable current = getIndexedValue(*level, keys.back());
         applyCompound(current, op, value);

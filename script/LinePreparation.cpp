@@ -193,6 +193,20 @@ void compileLine(ParsedScriptLine& line) {
     }
 }
 
+bool opensBlock(LineKind kind) {
+    switch (kind) {
+    case LineKind::If:
+    case LineKind::While:
+    case LineKind::Repeat:
+    case LineKind::For:
+    case LineKind::Function:
+    case LineKind::DecayFunction:
+    case LineKind::NativeFunction:
+    case LineKind::LocalFunction: return true;
+    default: return false;
+    }
+}
+
 struct BlockEntry {
     int kind;  // 0 if, 1 while, 2 for, 3 function, 4 repeat
     size_t opener;
@@ -233,6 +247,11 @@ void prepareParsedLines(std::vector<ParsedScriptLine>& lines, bool compile) {
     std::vector<BlockEntry> stack;
     stack.reserve(lines.size() / 4 + 4);
     for (size_t i = 0; i < lines.size(); ++i) {
+        // Every later pass over the blocks (compilers, loop code, executors) recurses once per
+        // level: bounding the nesting here bounds them all, in every build alike.
+        if (stack.size() == kMaxBlockNesting && opensBlock(lines[i].kind))
+            throw std::runtime_error("Blocks nested deeper than " + std::to_string(kMaxBlockNesting) +
+                                     " levels, at line " + std::to_string(lines[i].lineNumber + 1));
         switch (lines[i].kind) {
         case LineKind::If: stack.push_back({0, i, {i}}); break;
         case LineKind::ElseIf:

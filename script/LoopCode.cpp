@@ -21,6 +21,9 @@ struct LoopCompiler {
     std::vector<LoopInstruction> code;
     std::vector<LoopInstruction> tail;  // the general paths of refusing statements, after the code
     std::vector<std::vector<uint32_t>> breaks;  // per compiled `while`: its jumps to the exit
+    // Chunks being compiled. Prepared lines nest no deeper than kMaxBlockNesting; chunk links
+    // read from a bytecode file may even loop, and there a branch is left to the walk.
+    size_t depth = 0;
 
     const ParsedScriptLine* pendingLine = nullptr;  // recorded by the next instruction
 
@@ -318,6 +321,10 @@ struct LoopCompiler {
     }
 
     void compileInstruction(const Instruction& instruction) {
+        if (depth >= kMaxBlockNesting) {
+            emit(LoopOp::Instruction).instruction = &instruction;
+            return;
+        }
         switch (instruction.opcode) {
         case Opcode::SimpleAssign:
         case Opcode::Statement:
@@ -349,15 +356,20 @@ struct LoopCompiler {
 
     void compileChunk(uint32_t index) {
         const BytecodeChunk& chunk = p.chunks[index];
-        for (uint32_t i = 0; i < chunk.instructionCount; ++i)
-            compileInstruction(p.instructions[chunk.firstInstruction + i]);
+        ++depth;
+        for (uint32_t i = 0; i < chunk.instructionCount; ++i) {
+            const size_t at = size_t(chunk.firstInstruction) + i;
+            if (at >= p.instructions.size()) break;
+            compileInstruction(p.instructions[at]);
+        }
+        --depth;
     }
 };
 
 }  // namespace
 
 std::unique_ptr<LoopCode> compileLoopCode(const BytecodeProgram& program, uint32_t chunk) {
-    LoopCompiler compiler{program, {}, {}, {}, nullptr};
+    LoopCompiler compiler{program, {}, {}, {}};
     compiler.compileChunk(chunk);
     compiler.emit(LoopOp::End);
     compiler.pendingLine = nullptr;

@@ -3,7 +3,9 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <exception>
+#include <list>
 #include <memory>
 #include <stdexcept>
 #include <unordered_map>
@@ -12,9 +14,17 @@ namespace orvane {
 
 namespace {
 
-std::unordered_map<std::string, std::unique_ptr<CompiledGsubPattern>>& patternCache() {
+// The compiled patterns most recently used, newest first; a text compiles once while it stays
+// among them. Bounded, so that a script making endless distinct patterns holds a fixed amount.
+struct PatternCache {
+    using Entry = std::pair<std::string, std::shared_ptr<const CompiledGsubPattern>>;
+    std::list<Entry> recent;
+    std::unordered_map<std::string_view, std::list<Entry>::iterator> byText;
+};
+
+PatternCache& patternCache() {
     // Never destroyed: natives may still run from static destructors of other objects.
-    static auto* cache = new std::unordered_map<std::string, std::unique_ptr<CompiledGsubPattern>>();
+    static auto* cache = new PatternCache();
     return *cache;
 }
 
@@ -46,53 +56,41 @@ bool classTranslation(char k, const char*& outside, const char*& inside) {
     }
 }
 
-std::unique_ptr<CompiledGsubPattern> compileGsubPattern(const std::string& pattern) {
-    std::string text, flags;
-    if (pattern.compare(0, 3, "re:") == 0) {
-        text = pattern.substr(3);
-    } else if (!parseSlashRegexLiteral(pattern, text, flags)) {
-        text = translateLuaPatternToRegex(pattern);
-    }
-    auto options = std::regex::ECMAScript;
-    bool dotAll = false;
-    for (char flag : flags) {
-        if (flag == 'i') options |= std::regex::icase;
-        else if (flag == 'm') dotAll = true;
-        else throw std::runtime_error(std::string("gsub: unsupported regex flag '") + flag + "' (supported: i, m)");
-    }
-    if (dotAll) text = applyRegexDotAllTransform(text);
-    auto compiled = std::make_unique<CompiledGsubPattern>();
-    try {
-        compiled->regex = std::regex(text, options);
-    } catch (const std::regex_error& e) {
-        throw std::runtime_error("gsub: invalid regex pattern '" + text + "': " + e.what());
-    }
-    ++compileCount;
-    compiled->groupCount = compiled->regex.mark_count();
-    compiled->regexText = std::move(text);
-    return compiled;
+// The standard regex engine recurses: compiling, once per nesting level and per term; matching,
+// once per state passed on the way through the subject, so a long match of a long pattern runs
+// deep. Measured with this library (AddressSanitizer's frames being the largest), compiling
+// takes under 2 KiB of stack per pattern byte, and matching under 256 bytes per pattern byte for
+// each subject byte. Work whose estimate passes what the main thread can spare runs on a thread
+// with a stack of that size; address space is only committed as used.
+constexpr size_t kCompileStackPerPatternByte = 2048;
+constexpr size_t kMatchStackPerStateByte = 256;
+constexpr size_t kStackBase = size_t(64) << 10;
+constexpr size_t kMainThreadStackSpare = size_t(1) << 20;
+constexpr size_t kMaxWorkStack = size_t(16) << 30;
+// What the engine is given at all: beyond these a pattern is refused with a clear error.
+constexpr size_t kMaxRegexLength = 65536;
+constexpr size_t kMaxGroupNesting = 100;
+
+size_t matchStackFor(size_t regexLength, size_t subjectLength) {
+    const size_t perSubjectByte = kMatchStackPerStateByte * (regexLength + 2);
+    if (subjectLength + 1 > kMaxWorkStack / perSubjectByte) return SIZE_MAX;
+    return kStackBase + (subjectLength + 1) * perSubjectByte;
 }
 
-// The standard regex engine recurses once per matched character or so, and a long match would
-// run past the end of the main thread's stack. Walks over long subjects therefore run on a
-// thread with a stack sized to the subject; its address space is only committed as used.
-constexpr size_t kMainStackSubjectLimit = 2048;
-constexpr size_t kStackBytesPerSubjectByte = 4096;
-
 template <class Work>
-void runWithStackFor(size_t subjectSize, Work&& work) {
-    if (subjectSize <= kMainStackSubjectLimit) {
+void runWithStack(size_t stackBytes, Work&& work) {
+    if (stackBytes <= kMainThreadStackSpare) {
         work();
         return;
     }
+    if (stackBytes > kMaxWorkStack) throw std::runtime_error("gsub: subject too long for this pattern");
     struct Job {
         Work* work;
         std::exception_ptr error;
     } job{&work, nullptr};
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
-    size_t stackSize = (size_t(64) << 20) + subjectSize * kStackBytesPerSubjectByte;
-    pthread_attr_setstacksize(&attributes, stackSize);
+    pthread_attr_setstacksize(&attributes, stackBytes);
     pthread_t thread;
     auto body = [](void* raw) -> void* {
         Job* running = static_cast<Job*>(raw);
@@ -108,6 +106,55 @@ void runWithStackFor(size_t subjectSize, Work&& work) {
     if (failed) throw std::runtime_error("gsub: subject too long for the regex engine");
     pthread_join(thread, nullptr);
     if (job.error) std::rethrow_exception(job.error);
+}
+
+// Deepest nesting of groups in a regular expression, escapes and bracket classes skipped.
+size_t groupNesting(std::string_view text) {
+    size_t depth = 0, deepest = 0;
+    bool inClass = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '\\') ++i;
+        else if (inClass) inClass = c != ']';
+        else if (c == '[') inClass = true;
+        else if (c == '(') deepest = std::max(deepest, ++depth);
+        else if (c == ')' && depth > 0) --depth;
+    }
+    return deepest;
+}
+
+std::shared_ptr<const CompiledGsubPattern> compileGsubPattern(const std::string& pattern) {
+    std::string text, flags;
+    if (pattern.compare(0, 3, "re:") == 0) {
+        text = pattern.substr(3);
+    } else if (!parseSlashRegexLiteral(pattern, text, flags)) {
+        text = translateLuaPatternToRegex(pattern);
+    }
+    auto options = std::regex::ECMAScript;
+    bool dotAll = false;
+    for (char flag : flags) {
+        if (flag == 'i') options |= std::regex::icase;
+        else if (flag == 'm') dotAll = true;
+        else throw std::runtime_error(std::string("gsub: unsupported regex flag '") + flag + "' (supported: i, m)");
+    }
+    if (dotAll) text = applyRegexDotAllTransform(text);
+    if (text.size() > kMaxRegexLength)
+        throw std::runtime_error("gsub: pattern too long (" + std::to_string(text.size()) + " bytes as a regex, at most " +
+                                 std::to_string(kMaxRegexLength) + ")");
+    if (groupNesting(text) > kMaxGroupNesting)
+        throw std::runtime_error("gsub: pattern nests groups deeper than " + std::to_string(kMaxGroupNesting) + " levels");
+    auto compiled = std::make_shared<CompiledGsubPattern>();
+    runWithStack(kStackBase + text.size() * kCompileStackPerPatternByte, [&] {
+        try {
+            compiled->regex = std::regex(text, options);
+        } catch (const std::regex_error& e) {
+            throw std::runtime_error("gsub: invalid regex pattern '" + text + "': " + e.what());
+        }
+    });
+    ++compileCount;
+    compiled->groupCount = compiled->regex.mark_count();
+    compiled->regexText = std::move(text);
+    return compiled;
 }
 
 void appendMatch(PatternMatches& out, const std::cmatch& match, const char* base) {
@@ -200,23 +247,34 @@ std::string applyRegexDotAllTransform(std::string_view text) {
     return out;
 }
 
-const CompiledGsubPattern& getCachedGsubPattern(const std::string& patternText) {
-    auto& cache = patternCache();
-    auto found = cache.find(patternText);
-    if (found != cache.end()) return *found->second;
+std::shared_ptr<const CompiledGsubPattern> getCachedGsubPattern(const std::string& patternText) {
+    PatternCache& cache = patternCache();
+    auto found = cache.byText.find(patternText);
+    if (found != cache.byText.end()) {
+        cache.recent.splice(cache.recent.begin(), cache.recent, found->second);
+        return found->second->second;
+    }
     auto compiled = compileGsubPattern(patternText);  // throws before anything is stored
-    return *cache.emplace(patternText, std::move(compiled)).first->second;
+    if (cache.recent.size() == kPatternCacheCapacity) {
+        cache.byText.erase(cache.recent.back().first);
+        cache.recent.pop_back();
+    }
+    cache.recent.emplace_front(patternText, compiled);
+    cache.byText.emplace(cache.recent.front().first, cache.recent.begin());
+    return compiled;
 }
 
 uint64_t gsubPatternCompileCount() { return compileCount; }
 
-bool gsubPatternIsCached(const std::string& patternText) { return patternCache().count(patternText) > 0; }
+bool gsubPatternIsCached(const std::string& patternText) { return patternCache().byText.count(patternText) > 0; }
+
+size_t gsubPatternCacheSize() { return patternCache().recent.size(); }
 
 bool searchFirstMatch(const CompiledGsubPattern& pattern, std::string_view subject, size_t from, PatternMatches& out) {
     out.width = pattern.groupCount + 1;
     out.spans.clear();
     bool found = false;
-    runWithStackFor(subject.size() - from, [&] {
+    runWithStack(matchStackFor(pattern.regexText.size(), subject.size() - from), [&] {
         std::cmatch match;
         const char* base = subject.data();
         if (std::regex_search(base + from, base + subject.size(), match, pattern.regex)) {
@@ -230,54 +288,90 @@ bool searchFirstMatch(const CompiledGsubPattern& pattern, std::string_view subje
 void searchAllMatches(const CompiledGsubPattern& pattern, std::string_view subject, PatternMatches& out) {
     out.width = pattern.groupCount + 1;
     out.spans.clear();
-    runWithStackFor(subject.size(), [&] {
+    runWithStack(matchStackFor(pattern.regexText.size(), subject.size()), [&] {
         const char* base = subject.data();
         std::cregex_iterator it(base, base + subject.size(), pattern.regex), end;
         for (; it != end; ++it) appendMatch(out, *it, base);
     });
 }
 
-void expandRegexReplacementTemplate(std::string& out, std::string_view templateText, const PatternMatches& matches,
-                                    size_t match, std::string_view subject) {
-    auto appendGroup = [&](size_t group) {
-        if (group >= matches.width) return;
-        int64_t start = matches.start(match, group);
-        if (start < 0) return;
-        out.append(subject.data() + start, size_t(matches.end(match, group) - start));
+std::vector<ReplacementPiece> parseReplacementTemplate(std::string_view templateText, size_t width) {
+    std::vector<ReplacementPiece> pieces;
+    auto literal = [&](size_t offset, size_t length) {
+        if (!pieces.empty() && pieces.back().kind == ReplacementPiece::Literal &&
+            pieces.back().offset + pieces.back().length == offset)
+            pieces.back().length += length;
+        else
+            pieces.push_back({ReplacementPiece::Literal, offset, length});
     };
     for (size_t i = 0; i < templateText.size(); ++i) {
-        char c = templateText[i];
-        if (c != '\\' || i + 1 == templateText.size()) {
-            out += c;
+        if (templateText[i] != '\\' || i + 1 == templateText.size()) {
+            literal(i, 1);
             continue;
         }
-        char k = templateText[++i];
+        const char k = templateText[++i];
         switch (k) {
         case '&':
-        case '0': appendGroup(0); break;
-        case '\'': out.append(subject.substr(size_t(matches.end(match, 0)))); break;
-        case '`': out.append(subject.substr(0, size_t(matches.start(match, 0)))); break;
-        case '+':
-            for (size_t g = matches.width; g-- > 1;) {
-                if (matches.start(match, g) >= 0) {
-                    appendGroup(g);
-                    break;
-                }
-            }
-            break;
+        case '0': pieces.push_back({ReplacementPiece::Group, 0, 0}); break;
+        case '\'': pieces.push_back({ReplacementPiece::After, 0, 0}); break;
+        case '`': pieces.push_back({ReplacementPiece::Before, 0, 0}); break;
+        case '+': pieces.push_back({ReplacementPiece::LastGroup, 0, 0}); break;
         default:
             if (k >= '1' && k <= '9') {
                 size_t number = size_t(k - '0');
                 while (i + 1 < templateText.size() && isAsciiDigit(templateText[i + 1]) &&
-                       number * 10 + size_t(templateText[i + 1] - '0') < matches.width) {
+                       number * 10 + size_t(templateText[i + 1] - '0') < width) {
                     number = number * 10 + size_t(templateText[++i] - '0');
                 }
-                appendGroup(number);
+                pieces.push_back({ReplacementPiece::Group, number, 0});
             } else {
-                out += k;  // covers \\ as well
+                literal(i, 1);  // covers \\ as well
             }
             break;
         }
+    }
+    return pieces;
+}
+
+namespace {
+
+// The span of subject that a piece other than a literal stands for in one match; empty when
+// its group is missing or did not take part.
+std::string_view pieceSpan(const ReplacementPiece& piece, const PatternMatches& matches, size_t match,
+                           std::string_view subject) {
+    auto group = [&](size_t g) -> std::string_view {
+        if (g >= matches.width || matches.start(match, g) < 0) return {};
+        const size_t start = size_t(matches.start(match, g));
+        return subject.substr(start, size_t(matches.end(match, g)) - start);
+    };
+    switch (piece.kind) {
+    case ReplacementPiece::Group: return group(piece.offset);
+    case ReplacementPiece::After: return subject.substr(size_t(matches.end(match, 0)));
+    case ReplacementPiece::Before: return subject.substr(0, size_t(matches.start(match, 0)));
+    case ReplacementPiece::LastGroup:
+        for (size_t g = matches.width; g-- > 1;)
+            if (matches.start(match, g) >= 0) return group(g);
+        return {};
+    case ReplacementPiece::Literal: break;
+    }
+    return {};
+}
+
+}  // namespace
+
+size_t replacementSize(const std::vector<ReplacementPiece>& pieces, const PatternMatches& matches, size_t match,
+                       std::string_view subject) {
+    size_t size = 0;
+    for (const ReplacementPiece& piece : pieces)
+        size += piece.kind == ReplacementPiece::Literal ? piece.length : pieceSpan(piece, matches, match, subject).size();
+    return size;
+}
+
+void appendReplacement(std::string& out, const std::vector<ReplacementPiece>& pieces, std::string_view templateText,
+                       const PatternMatches& matches, size_t match, std::string_view subject) {
+    for (const ReplacementPiece& piece : pieces) {
+        if (piece.kind == ReplacementPiece::Literal) out.append(templateText.substr(piece.offset, piece.length));
+        else out.append(pieceSpan(piece, matches, match, subject));
     }
 }
 

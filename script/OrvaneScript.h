@@ -104,6 +104,8 @@ inline bool sameName(const std::string& a, const std::string& b) {
 
 // How far an index may grow an array: a stray huge index must not exhaust memory.
 constexpr size_t kMaxArrayGrowth = size_t(1) << 24;
+// How deep blocks may nest in a script; the passes that recurse once per level rely on it.
+constexpr size_t kMaxBlockNesting = 200;
 
 struct ScopeEntry {
     std::string name;

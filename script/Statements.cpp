@@ -521,7 +521,9 @@ bool OrvaneScript::tryLazyIpairs(const ParsedScriptLine& line, const std::vector
                     if (!visit(Variable(++counter), Variable(subject.substr(start, end - start)))) return;
                 return;
             }
-            const CompiledGsubPattern& compiled = getCachedGsubPattern(pattern);
+            // Held for the whole loop: its body may push other patterns out of the cache.
+            const auto compiledHeld = getCachedGsubPattern(pattern);
+            const CompiledGsubPattern& compiled = *compiledHeld;
             PatternMatches matches;
             searchAllMatches(compiled, subject, matches);
             auto text = [&](size_t match, size_t group) {

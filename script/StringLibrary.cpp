@@ -99,7 +99,7 @@ Variable OrvaneScript::findFunctionImpl(const Variable* args, size_t count) {
         if (!scanDigitRun(subject, from, start, end)) return Variable();
     } else {
         PatternMatches matches;
-        if (!searchFirstMatch(getCachedGsubPattern(pattern), subject, from, matches)) return Variable();
+        if (!searchFirstMatch(*getCachedGsubPattern(pattern), subject, from, matches)) return Variable();
         start = size_t(matches.start(0, 0));
         end = size_t(matches.end(0, 0));
     }
@@ -120,7 +120,7 @@ Variable OrvaneScript::matchFunctionImpl(const Variable* args, size_t count) {
                                                  Variable(std::string(subject.substr(spans[2], spans[3] - spans[2])))});
     }
     PatternMatches matches;
-    if (!searchFirstMatch(getCachedGsubPattern(pattern), subject, from, matches)) return Variable();
+    if (!searchFirstMatch(*getCachedGsubPattern(pattern), subject, from, matches)) return Variable();
     return matchResult(subject, matches, 0, false);
 }
 
@@ -139,7 +139,7 @@ Variable OrvaneScript::gmatchFunctionImpl(const Variable* args, size_t count) {
         return Variable(std::move(result));
     }
     PatternMatches matches;
-    searchAllMatches(getCachedGsubPattern(pattern), subject, matches);
+    searchAllMatches(*getCachedGsubPattern(pattern), subject, matches);
     size_t total = matches.count();
     result.reserve(total);
     for (size_t m = 0; m < total; ++m) result.push_back(matchResult(subject, matches, m, true));
@@ -203,7 +203,7 @@ Variable OrvaneScript::gsubImpl(const Variable& subjectValue, const Variable& pa
         fail("gsub(string, pattern, replacement): replacement must be a string or table");
     const std::string& subject = subjectValue.asString();
     const std::string& pattern = patternValue.asString();
-    const CompiledGsubPattern& compiled = getCachedGsubPattern(pattern);
+    const auto compiled = getCachedGsubPattern(pattern);
     bool byTable = replacement.type == VarType::Table;
 
     auto lookup = [&](const std::string& key) -> const Variable& {
@@ -213,35 +213,65 @@ Variable OrvaneScript::gsubImpl(const Variable& subjectValue, const Variable& pa
         return found->second;
     };
 
+    // Each piece is checked before it goes in, so an oversized result fails before it is built.
+    std::string out;
+    auto append = [&](std::string_view piece) {
+        if (piece.size() > kMaxStringResult - out.size()) fail("gsub: resulting string too large");
+        out.append(piece);
+    };
+
     if (pattern == "%d") {
         // Each digit stands alone, and the replacement goes in as it stands.
         size_t digits = 0;
         for (char c : subject) digits += c >= '0' && c <= '9';
         if (digits == 0) return subjectValue;
-        std::string out;
-        if (!byTable) out.reserve(subject.size() + digits * replacement.asString().size());
-        for (char c : subject) {
-            if (c < '0' || c > '9') out += c;
-            else if (byTable) out += lookup(std::string(1, c)).toString();
-            else out += replacement.asString();
+        if (!byTable) {
+            const size_t each = replacement.asString().size();
+            if (each > 0 && digits > (kMaxStringResult - (subject.size() - digits)) / each)
+                fail("gsub: resulting string too large");
+            out.reserve(subject.size() - digits + digits * each);
+        }
+        for (const char& c : subject) {
+            if (c < '0' || c > '9') append(std::string_view(&c, 1));
+            else if (byTable) append(lookup(std::string(1, c)).toString());
+            else append(replacement.asString());
         }
         return Variable(std::move(out));
     }
 
     PatternMatches matches;
-    searchAllMatches(compiled, subject, matches);
-    std::string out;
-    out.reserve(subject.size());
-    size_t last = 0;
-    for (size_t m = 0, total = matches.count(); m < total; ++m) {
-        size_t start = size_t(matches.start(m, 0)), end = size_t(matches.end(m, 0));
-        out.append(subject, last, start - last);
-        if (byTable) out += lookup(subject.substr(start, end - start)).toString();
-        else expandRegexReplacementTemplate(out, replacement.asString(), matches, m, subject);
-        last = end;
-        if (out.size() > kMaxStringResult) fail("gsub: resulting string too large");
+    searchAllMatches(*compiled, subject, matches);
+    const size_t total = matches.count();
+    auto gap = [&](size_t from, size_t to) { return std::string_view(subject).substr(from, to - from); };
+    if (byTable) {
+        out.reserve(subject.size());
+        size_t last = 0;
+        for (size_t m = 0; m < total; ++m) {
+            const size_t start = size_t(matches.start(m, 0)), end = size_t(matches.end(m, 0));
+            append(gap(last, start));
+            append(lookup(subject.substr(start, end - start)).toString());
+            last = end;
+        }
+        append(gap(last, subject.size()));
+        return Variable(std::move(out));
     }
-    out.append(subject, last, std::string::npos);
+    // A template's result is measured whole before any of it is built.
+    const std::string& templateText = replacement.asString();
+    const auto pieces = parseReplacementTemplate(templateText, matches.width);
+    size_t size = subject.size();
+    for (size_t m = 0; m < total; ++m) {
+        size -= size_t(matches.end(m, 0) - matches.start(m, 0));
+        size += replacementSize(pieces, matches, m, subject);
+        if (size > kMaxStringResult) fail("gsub: resulting string too large");
+    }
+    out.reserve(size);
+    size_t last = 0;
+    for (size_t m = 0; m < total; ++m) {
+        out.append(gap(last, size_t(matches.start(m, 0))));
+        appendReplacement(out, pieces, templateText, matches, m, subject);
+        last = size_t(matches.end(m, 0));
+    }
+    out.append(gap(last, subject.size()));
     return Variable(std::move(out));
 }
 

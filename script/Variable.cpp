@@ -11,6 +11,42 @@ namespace orvane {
 
 ScriptCallable::~ScriptCallable() = default;
 
+static_assert(std::is_same_v<std::variant_alternative_t<6, Variable::Value>, ArrayPtr> &&
+              std::variant_size_v<Variable::Value> == 10);
+
+namespace {
+
+// The containers waiting to be freed while an outer release runs; null when none runs.
+thread_local std::vector<Variable::Value>* pendingReleases = nullptr;
+
+long ownerCount(const Variable::Value& value) {
+    return std::visit([](const auto& held) -> long {
+        if constexpr (requires { held.use_count(); }) return held.use_count();
+        else return 0;
+    }, value);
+}
+
+}  // namespace
+
+// Freeing a container destroys its elements, which would free their containers in turn, one
+// native frame per level. Instead the outermost release keeps a list: a container whose last
+// owner dies inside it is queued, and the list is drained in a loop, so the depth stays at two.
+void Variable::releaseShared() noexcept {
+    if (ownerCount(value) != 1) return;
+    if (pendingReleases) {
+        pendingReleases->push_back(std::move(value));
+        return;
+    }
+    std::vector<Value> pending;
+    pendingReleases = &pending;
+    { Value last = std::move(value); }
+    while (!pending.empty()) {
+        Value next = std::move(pending.back());
+        pending.pop_back();
+    }
+    pendingReleases = nullptr;
+}
+
 Variable::Variable(const VariableArray& v) : type(VarType::Array), value(std::make_shared<VariableArray>(v)) {}
 Variable::Variable(VariableArray&& v)
     : type(VarType::Array), value(std::make_shared<VariableArray>(std::move(v))) {}

@@ -58,6 +58,37 @@ struct Variable {
     Variable(const VariableTable& v);
     Variable(VariableTable&& v);
     Variable(CallablePtr v) : type(VarType::Function), value(std::move(v)) {}
+    Variable(const Variable&) = default;
+    Variable(Variable&&) noexcept = default;
+    // A container that loses its last owner here is dismantled by a worklist, not by recursion,
+    // so a chain of 200,000 nested arrays frees without exhausting the native stack.
+    ~Variable() {
+        if (value.index() >= kFirstSharedIndex) releaseShared();
+    }
+    // The old value is let go only after the new one is in place: the new value may live inside
+    // the old container (`a = a[1]`), and the old container may be deep.
+    Variable& operator=(const Variable& other) {
+        if (value.index() < kFirstSharedIndex) {
+            type = other.type;
+            value = other.value;
+        } else if (this != &other) {
+            Variable old(std::move(*this));
+            type = other.type;
+            value = other.value;
+        }
+        return *this;
+    }
+    Variable& operator=(Variable&& other) noexcept {
+        if (value.index() < kFirstSharedIndex) {
+            type = other.type;
+            value = std::move(other.value);
+        } else if (this != &other) {
+            Variable old(std::move(*this));
+            type = other.type;
+            value = std::move(other.value);
+        }
+        return *this;
+    }
 
     static Variable makeNil() { return Variable(); }
     static Variable makeArray();
@@ -79,6 +110,11 @@ struct Variable {
     const MultiPtr& asMulti() const { return std::get<MultiPtr>(value); }
 
     std::string toString() const;
+
+private:
+    // Alternatives from ArrayPtr on share a container by reference count.
+    static constexpr size_t kFirstSharedIndex = 6;
+    void releaseShared() noexcept;
 };
 
 struct MultiResult {

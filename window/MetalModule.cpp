@@ -54,10 +54,7 @@ Variable clearBuffer(const VariableArray& args) {
 }
 
 Variable getWindow(const VariableArray&) {
-    NuvraImage* image = ot_captureWindow(win);
-    if (!image) return Variable();
-    liveNuvraImages.insert(image);
-    return Variable(static_cast<void*>(image));
+    return liveImageVariable(ot_captureWindow(win));
 }
 
 Variable renameWindow(const VariableArray& args) {
@@ -74,7 +71,7 @@ Variable setTouchBarButton(const VariableArray& args) {
     const int32_t button = integerValue(args[0], label, "button");
     const Variable& value = args[1];
     auto touchImage = [&](const Variable& v) {
-        auto* image = v.type == VarType::Pointer ? static_cast<NuvraImage*>(v.asPointer()) : nullptr;
+        NuvraImage* image = imageOf(v);
         if (!image || !image->pixels) bindingError(label, "touch bar image must be a valid image");
         ot_setTouchBarButtonImage(win, button, image);
     };
@@ -104,7 +101,7 @@ Variable setTouchBarButton(const VariableArray& args) {
 Variable setTouchBarButtonImage(const VariableArray& args) {
     const std::string label = "Metal.setTouchBarButtonImage";
     const int32_t button = integerValue(requireArg(args, 0, label), label, "button");
-    auto* image = static_cast<NuvraImage*>(pointerValue(requireArg(args, 1, label), label, "image"));
+    NuvraImage* image = imageArgument(args, 1, label, "image");
     if (!image || !image->pixels) bindingError(label, "touch bar image must be a valid image");
     ot_setTouchBarButtonImage(win, button, image);
     return Variable();

@@ -28,7 +28,7 @@ void ot_pushImage(void* window, const orvane::NuvraImage* image);
 void ot_updateWindow(void* window);
 bool ot_windowShouldClose(void* window);
 void ot_clearWindow(void* window, uint8_t r, uint8_t g, uint8_t b);
-// A new image of the landscape canvas, not yet entered in liveNuvraImages.
+// A new image of the landscape canvas, not yet entered in liveNuvraImages; null without a window.
 orvane::NuvraImage* ot_captureWindow(void* window);
 
 void ot_getMousePosition(void* window, int* x, int* y);

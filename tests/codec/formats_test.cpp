@@ -147,6 +147,13 @@ TEST(Rei, LayersStackWithOpacityAndAreClippedToTheCanvas) {
     EXPECT_FALSE(load(rei(0, 1, {{1, 0, 0, 1, 1, 255, {1, 2, 3, 4}}}), image));
     // A huge canvas over a few bytes of layers is refused before it is allocated.
     EXPECT_FALSE(load(rei(60000, 60000, {{1, 0, 0, 1, 1, 255, {1, 2, 3, 4}}}), image));
+    // Layers are stored raw: a megabyte of them does not justify a 32768 by 32768 canvas (4 GiB),
+    // while a canvas within the file's size, or within 2048 by 2048, loads.
+    const Bytes megabyte(512 * 512 * 4, 7);
+    EXPECT_FALSE(load(rei(32768, 32768, {{1, 0, 0, 512, 512, 255, megabyte}}), image));
+    EXPECT_TRUE(load(rei(512, 513, {{1, 0, 0, 512, 512, 255, megabyte}}), image));
+    EXPECT_TRUE(load(rei(2048, 2048, {{1, 0, 0, 1, 1, 255, {1, 2, 3, 4}}}), image));
+    EXPECT_FALSE(load(rei(2048, 2049, {{1, 0, 0, 1, 1, 255, {1, 2, 3, 4}}}), image));
 }
 
 TEST(Writers, BmpTgaAndReiReadBackIdentically) {
