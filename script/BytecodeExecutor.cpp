@@ -392,10 +392,7 @@ bool OrvaneScript::executeInstruction(const std::shared_ptr<BytecodeProgram>& pr
 bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>& program, const ParsedScriptLine& line,
                                          uint32_t chunk, int32_t first, int32_t last, int32_t step,
                                          BlockSignal& signal, Variable& running, bool inlineForm) {
-    if (step == 0) {
-        nearToken = line.tokens.back();
-        throw std::runtime_error("for loop step must not be 0");
-    }
+    requireForStep(line, step);
     struct LoopScope {
         OrvaneScript& script;
         size_t index;

@@ -276,7 +276,7 @@ struct CoroutineStepper {
                 softAbort();
                 return;
             }
-            if (step == 0) throw std::runtime_error("for loop step must not be 0");
+            s.requireForStep(line, step);
             Scope scope;
             scope.reserve(1);
             s.noteScopeName(line.tokens[1]);

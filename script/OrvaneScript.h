@@ -563,6 +563,8 @@ private:
     using BodyRunner = std::function<Variable(BlockSignal&)>;
     bool runIteration(const BodyRunner& body, BlockSignal& signal, Variable& result);
     bool evaluateForBounds(const ParsedScriptLine& line, int32_t& first, int32_t& last, int32_t& step);
+    // The one rule on a numeric for's step, for every route: 0 is an error, located after the clause.
+    void requireForStep(const ParsedScriptLine& line, int32_t step);
     Variable runNumericFor(const ParsedScriptLine& line, int32_t first, int32_t last, int32_t step,
                            const BodyRunner& body, BlockSignal& signal);
     Variable runGenericFor(const ParsedScriptLine& line, const BodyRunner& body, BlockSignal& signal);

@@ -314,6 +314,12 @@ bool OrvaneScript::evaluateForBounds(const ParsedScriptLine& line, int32_t& firs
     return true;
 }
 
+void OrvaneScript::requireForStep(const ParsedScriptLine& line, int32_t step) {
+    if (step != 0) return;
+    nearToken = line.tokens.back();
+    throw std::runtime_error("for loop step must not be 0");
+}
+
 // One run of a loop body; false ends the loop: a break, a return (its value in `result`, its
 // signal passed on) or a soft error.
 bool OrvaneScript::runIteration(const BodyRunner& body, BlockSignal& signal, Variable& result) {
@@ -330,7 +336,7 @@ bool OrvaneScript::runIteration(const BodyRunner& body, BlockSignal& signal, Var
 
 Variable OrvaneScript::runNumericFor(const ParsedScriptLine& line, int32_t first, int32_t last, int32_t step,
                                      const BodyRunner& body, BlockSignal& signal) {
-    if (step == 0) throw std::runtime_error("for loop step must not be 0");
+    requireForStep(line, step);
     Scope scope;
     scope.reserve(1);
     noteScopeName(line.tokens[1]);

@@ -40,6 +40,16 @@ std::vector<uint8_t> blitWithThreads(int32_t threads, const BlitCase& c, int32_t
     return target.bytes;
 }
 
+// The blend divides by 255, truncating: these pixels come out one apart under a division by 256.
+TEST(Blit, BlendDividesBy255) {
+    std::vector<uint8_t> sourceBytes = {255, 255, 255, 254, 0, 0, 0, 51};
+    std::vector<uint8_t> targetBytes = {0, 0, 0, 0, 0, 0, 0, 5};
+    NuvraImage source{2, 1, sourceBytes.data(), 0, 0, nullptr}, target{2, 1, targetBytes.data(), 0, 0, nullptr};
+    blitImage(target, source, 0, 0, true, 1.0f, 0.0f);
+    // 255 * 254 / 255 is 254; alpha 51 + 5 - 51 * 5 / 255 is 55.
+    EXPECT_EQ(targetBytes, (std::vector<uint8_t>{254, 254, 254, 254, 0, 0, 0, 55}));
+}
+
 TEST(Blit, ThreadsGiveTheSamePixelsAsOneThread) {
     const BlitCase cases[] = {
         {0, 0, false, 1.0f, 0.0f},       // fast copy

@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "host/InputState.h"
+#include "host/ProcessObjects.h"
 #include "window/OrvaneSailfishWindow.h"
 #include "window/WindowFacade.h"
 
@@ -44,6 +45,9 @@ TEST(SailfishGeometry, DevicePointsMapBackOntoTheCanvas) {
     // Outside points are clamped on a portrait device, left alone on a landscape one.
     EXPECT_EQ(mapDeviceToLandscape(QPointF(-20.4, 2000), 540, 960, true), QPoint(0, 0));
     EXPECT_EQ(mapDeviceToLandscape(QPointF(-20.4, 2000), 960, 540, true), QPoint(-20, 2000));
+    // Fractions round to the nearest pixel, not toward zero.
+    EXPECT_EQ(mapDeviceToLandscape(QPointF(10.7, 20.6), 960, 540, true), QPoint(11, 21));
+    EXPECT_EQ(mapDeviceToLandscape(QPointF(0.6, 958.7), 540, 960, true), QPoint(0, 1));
 }
 
 TEST(SailfishGeometry, CanvasPointsMapToTheLogicalSize) {
@@ -52,6 +56,8 @@ TEST(SailfishGeometry, CanvasPointsMapToTheLogicalSize) {
     EXPECT_EQ(landscapeToLogical(QPoint(860, 431), r, 960, 544), QPoint(959, 543));  // far edge: last pixel
     EXPECT_EQ(landscapeToLogical(QPoint(2000, -5), r, 960, 544), QPoint(959, 0));
     EXPECT_EQ(landscapeToLogical(QPoint(480, 216), r, 960, 544), QPoint(480, 272));
+    // 2 * 959 / 761 is 2.52 and 1 * 543 / 431 is 1.26: the nearest pixel on each axis.
+    EXPECT_EQ(landscapeToLogical(QPoint(101, 1), r, 960, 544), QPoint(3, 1));
     EXPECT_EQ(landscapeToLogical(QPoint(5, 5), QRect(0, 0, 1, 40), 960, 544), QPoint(0, 0));
 }
 
@@ -140,6 +146,30 @@ TEST_F(WindowEvents, KeysAreHeldUntilReleasedAndRepeatsIgnored) {
     ot_updateKeyboardState();
     EXPECT_FALSE(inputState.letters[0]);
     EXPECT_TRUE(inputState.digits[9] && inputState.keyup);
+}
+
+// Each named key, pressed alone, turns exactly its own script global true.
+TEST_F(WindowEvents, EachKeyTurnsOnlyItsOwnGlobal) {
+    std::vector<std::pair<int, std::string>> keys = {
+        {Qt::Key_Return, "RETURN"}, {Qt::Key_Up, "UP"},         {Qt::Key_Down, "DOWN"},
+        {Qt::Key_Left, "LEFT"},     {Qt::Key_Right, "RIGHT"},   {Qt::Key_Backspace, "BACK"},
+        {Qt::Key_Delete, "DELETE"}, {Qt::Key_Space, "SPACE"}};
+    for (int i = 0; i < 26; ++i) keys.push_back({Qt::Key_A + i, std::string(1, char('A' + i))});
+    for (int i = 0; i < 10; ++i) keys.push_back({Qt::Key_0 + i, std::to_string(i)});
+    inputState.window = handle;
+    for (const auto& [pressed, pressedName] : keys) {
+        key(QEvent::KeyPress, pressed);
+        publishInputGlobals();
+        for (const auto& [other, name] : keys) {
+            const Variable flag = engine.pullVariable("ORVANE_KEY_" + name);
+            EXPECT_TRUE(flag.type == VarType::Bool && flag.asBool() == (other == pressed))
+                << pressedName << " pressed, ORVANE_KEY_" << name << " is " << flag.toString();
+        }
+        key(QEvent::KeyRelease, pressed);
+    }
+    publishInputGlobals();
+    EXPECT_FALSE(engine.pullVariable("ORVANE_KEY_LEFT").asBool());
+    inputState.window = nullptr;
 }
 
 TEST_F(WindowEvents, MouseOnTheImageGivesLogicalCoordinates) {
