@@ -228,8 +228,8 @@ bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& res
         if (!ranges.empty()) {
             value = evaluateRange(line, ranges[0], valueExpression(0));
             if (shouldAbortForSoftRaisedError()) return true;
-            bool call = line.singleValue.valid
-                            ? line.singleCall.valid || line.singleValue.nodes[size_t(line.singleValue.root)].kind ==
+            bool call = line.singleValue().valid
+                            ? line.singleCall.valid || line.singleValue().nodes[size_t(line.singleValue().root)].kind ==
                                                            FastExprNodeKind::Call
                             : isCallShaped(tokens, ranges[0]);
             if (value.type == VarType::Multi && call) value = firstOfMulti(value);

@@ -11,7 +11,7 @@ namespace {
 // The test for the SimpleAssign opcode: one plain target, one value, and a compiled value.
 bool isSimpleAssignment(const ParsedScriptLine& line) {
     return line.isAssignment && line.targets.size() == 1 && line.targets[0].indexRanges.empty() &&
-           line.valueRanges.size() == 1 && (line.singleValue.valid || line.singleCall.valid);
+           line.valueRanges.size() == 1 && (line.singleValue().valid || line.singleCall.valid);
 }
 
 size_t requireMatch(const ParsedScriptLine& line, const char* message) {

@@ -181,7 +181,7 @@ inline void OrvaneScript::executeSimpleAssign(const ParsedScriptLine& line) {
     FastScalarValue scalar;
     bool isScalar = false;
     if (!line.singleCall.valid) {
-        isScalar = tryEvaluateFastExpressionScalar(line.singleValue, tokens, analyses, scalar);
+        isScalar = tryEvaluateFastExpressionScalar(line.singleValue(), tokens, analyses, scalar);
         if (isScalar && line.scopeTarget == kTargetPlain) {
             // The hot shape: a number into an existing variable, with no Variable built.
             Variable* slot = resolveExistingVariableFastMutable(name, analysis);
@@ -312,21 +312,21 @@ bool OrvaneScript::executeInstruction(const std::shared_ptr<BytecodeProgram>& pr
         const ParsedScriptLine& line = lineStep(p, loop.line);
         auto& analyses = line.analyses;
         int32_t first = 0, last = 0, step = 1;
-        bool known = line.forStart.valid && line.forLimit.valid &&
-                     tryEvaluateFastExpressionIntNode(line.forStart, line.forStart.root, line.tokens, analyses, first) &&
-                     tryEvaluateFastExpressionIntNode(line.forLimit, line.forLimit.root, line.tokens, analyses, last) &&
-                     (!line.forHasStep || (line.forStep.valid && tryEvaluateFastExpressionIntNode(
-                                                                     line.forStep, line.forStep.root, line.tokens,
+        bool known = line.forClause().start.valid && line.forClause().limit.valid &&
+                     tryEvaluateFastExpressionIntNode(line.forClause().start, line.forClause().start.root, line.tokens, analyses, first) &&
+                     tryEvaluateFastExpressionIntNode(line.forClause().limit, line.forClause().limit.root, line.tokens, analyses, last) &&
+                     (!line.forClause().hasStep || (line.forClause().step.valid && tryEvaluateFastExpressionIntNode(
+                                                                     line.forClause().step, line.forClause().step.root, line.tokens,
                                                                      analyses, step)));
-        bool compiled = line.forStart.valid && line.forLimit.valid && (!line.forHasStep || line.forStep.valid);
+        bool compiled = line.forClause().start.valid && line.forClause().limit.valid && (!line.forClause().hasStep || line.forClause().step.valid);
         if (!known && compiled) {
-            Variable start = evaluateFastExpression(line.forStart, line.tokens, analyses);
+            Variable start = evaluateFastExpression(line.forClause().start, line.tokens, analyses);
             if (shouldAbortForSoftRaisedError()) return false;
-            Variable limit = evaluateFastExpression(line.forLimit, line.tokens, analyses);
+            Variable limit = evaluateFastExpression(line.forClause().limit, line.tokens, analyses);
             if (shouldAbortForSoftRaisedError()) return false;
             Variable increment(int32_t(1));
-            if (line.forHasStep) {
-                increment = evaluateFastExpression(line.forStep, line.tokens, analyses);
+            if (line.forClause().hasStep) {
+                increment = evaluateFastExpression(line.forClause().step, line.tokens, analyses);
                 if (shouldAbortForSoftRaisedError()) return false;
             }
             // As after reading the whole clause on the token route.
@@ -440,7 +440,7 @@ void OrvaneScript::finishSimpleAssign(const ParsedScriptLine& line, char op, boo
     TokenAnalysis& analysis = analyses[nameToken];
     Variable value;
     if (!line.singleCall.valid) {
-        if (!isScalar) value = evaluateFastExpressionNode(line.singleValue, line.singleValue.root, tokens, analyses);
+        if (!isScalar) value = evaluateFastExpressionNode(line.singleValue(), line.singleValue().root, tokens, analyses);
     } else {
         const auto& argExpressions = line.singleCall.arguments;
         size_t count = argExpressions.size();
@@ -466,7 +466,7 @@ void OrvaneScript::finishSimpleAssign(const ParsedScriptLine& line, char op, boo
     if (shouldAbortForSoftRaisedError()) return;
 
     bool isCall = line.singleCall.valid ||
-                  (line.singleValue.valid && line.singleValue.nodes[size_t(line.singleValue.root)].kind == FastExprNodeKind::Call);
+                  (line.singleValue().valid && line.singleValue().nodes[size_t(line.singleValue().root)].kind == FastExprNodeKind::Call);
     if (!isScalar && isCall && value.type == VarType::Multi) {
         const VariableArray& values = value.asMulti()->values;
         value = values.empty() ? Variable() : values[0];

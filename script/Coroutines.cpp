@@ -244,19 +244,19 @@ struct CoroutineStepper {
         auto& analyses = line.analyses;
         const auto& tokens = line.tokens;
         step = 1;
-        if (line.forStart.valid && line.forLimit.valid &&
-            s.tryEvaluateFastExpressionIntNode(line.forStart, line.forStart.root, tokens, analyses, first) &&
-            s.tryEvaluateFastExpressionIntNode(line.forLimit, line.forLimit.root, tokens, analyses, last) &&
-            (!line.forHasStep ||
-             (line.forStep.valid &&
-              s.tryEvaluateFastExpressionIntNode(line.forStep, line.forStep.root, tokens, analyses, step))))
+        if (line.forClause().start.valid && line.forClause().limit.valid &&
+            s.tryEvaluateFastExpressionIntNode(line.forClause().start, line.forClause().start.root, tokens, analyses, first) &&
+            s.tryEvaluateFastExpressionIntNode(line.forClause().limit, line.forClause().limit.root, tokens, analyses, last) &&
+            (!line.forClause().hasStep ||
+             (line.forClause().step.valid &&
+              s.tryEvaluateFastExpressionIntNode(line.forClause().step, line.forClause().step.root, tokens, analyses, step))))
             return true;
-        if (line.forStart.valid && line.forLimit.valid) {
-            Variable start = s.evaluateFastExpression(line.forStart, tokens, analyses);
-            Variable limit = s.evaluateFastExpression(line.forLimit, tokens, analyses);
+        if (line.forClause().start.valid && line.forClause().limit.valid) {
+            Variable start = s.evaluateFastExpression(line.forClause().start, tokens, analyses);
+            Variable limit = s.evaluateFastExpression(line.forClause().limit, tokens, analyses);
             Variable increment(int32_t(1));
-            if (line.forHasStep)
-                increment = line.forStep.valid ? s.evaluateFastExpression(line.forStep, tokens, analyses) : Variable();
+            if (line.forClause().hasStep)
+                increment = line.forClause().step.valid ? s.evaluateFastExpression(line.forClause().step, tokens, analyses) : Variable();
             if (s.shouldAbortForSoftRaisedError()) return false;
             s.nearToken = tokens.back();
             first = toInt(start);
@@ -317,10 +317,10 @@ struct CoroutineStepper {
         const auto& tokens = line.tokens;
         size_t pos = s.readLoopNames(line, frame.names);
         size_t nameCount = frame.names.size();
-        if (line.forIteratorBuiltin == kBuiltinPairs || line.forIteratorBuiltin == kBuiltinIpairs) {
-            bool isPairs = line.forIteratorBuiltin == kBuiltinPairs;
+        if (line.forClause().iteratorBuiltin == kBuiltinPairs || line.forClause().iteratorBuiltin == kBuiltinIpairs) {
+            bool isPairs = line.forClause().iteratorBuiltin == kBuiltinPairs;
             Variable container =
-                line.forIterator.valid ? s.evaluateFastExpression(line.forIterator, tokens, line.analyses) : Variable();
+                line.forClause().iterator.valid ? s.evaluateFastExpression(line.forClause().iterator, tokens, line.analyses) : Variable();
             if (s.shouldAbortForSoftRaisedError()) return false;
             if (container.type == VarType::Array) {
                 const VariableArray& items = *container.asArray();
@@ -348,8 +348,8 @@ struct CoroutineStepper {
             return true;
         }
         Variable iterator;
-        if (line.forIterator.valid) {
-            iterator = s.evaluateFastExpression(line.forIterator, tokens, line.analyses);
+        if (line.forClause().iterator.valid) {
+            iterator = s.evaluateFastExpression(line.forClause().iterator, tokens, line.analyses);
         } else {
             iterator = s.evaluateExpression(tokens, pos, &line.analyses);
             if (s.shouldAbortForSoftRaisedError()) return false;

@@ -82,7 +82,7 @@ struct FastFrameGuard {
 // A compiled condition without calls: a scalar attempt that evaluated it and then refused the
 // answer has caused nothing that the fallback causes again.
 bool guardIsCallFree(const ParsedScriptLine& line) {
-    const FastExpression& e = line.condition;
+    const FastExpression& e = line.expression;
     return e.valid && e.root >= 0 && !(e.nodes[size_t(e.root)].flags & kFastExprNodeHasCall);
 }
 
@@ -145,10 +145,10 @@ void prepareFastCallableBody(ScriptCallable& callable) {
 // The guard of a shape-2 or shape-3 body: true when it fires.
 static bool guardHolds(OrvaneScript& script, const ParsedScriptLine& line) {
     auto& analyses = line.analyses;
-    if (line.condition.valid) {
+    if (line.expression.valid) {
         FastScalarValue s;
-        if (script.tryEvaluateFastExpressionScalar(line.condition, line.tokens, analyses, s)) return fastScalarIsTruthy(s);
-        return isTruthy(script.evaluateFastExpression(line.condition, line.tokens, analyses));
+        if (script.tryEvaluateFastExpressionScalar(line.expression, line.tokens, analyses, s)) return fastScalarIsTruthy(s);
+        return isTruthy(script.evaluateFastExpression(line.expression, line.tokens, analyses));
     }
     size_t pos = 1;
     bool holds = script.evaluateCondition(line.tokens, pos, &analyses);

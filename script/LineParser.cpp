@@ -50,6 +50,7 @@ struct LineGatherer {
         parsed.lineNumber = pendingLine;
         try {
             parsed.tokens = tokenise(parsed.text);
+            parsed.tokens.shrink_to_fit();  // kept for as long as the script runs
         } catch (TokenError& e) {
             e.lineNumber = pendingLine;
             e.lineText = parsed.text;

@@ -65,8 +65,12 @@ bool splitValueRanges(const std::vector<std::string>& tokens, size_t cursor, std
     return !out.empty();
 }
 
+// A script's compiled forms stay for as long as it runs: they keep no spare capacity.
 FastExpression compileRange(const ParsedScriptLine& line, TokenRange range) {
-    return compileFastExpressionRange(line.tokens, line.analyses, range.first, range.second);
+    FastExpression e = compileFastExpressionRange(line.tokens, line.analyses, range.first, range.second);
+    e.nodes.shrink_to_fit();
+    e.steps.shrink_to_fit();
+    return e;
 }
 
 void prepareAssignment(ParsedScriptLine& line) {
@@ -101,7 +105,7 @@ void compileAssignment(ParsedScriptLine& line) {
                          line.assignOperatorIndex < line.tokens.size() && line.tokens[line.assignOperatorIndex] == "=" &&
                          !line.targets[0].indexExpressions[0].steps.empty() && !line.valueExpressions[0].steps.empty();
     if (line.targets.size() == 1 && line.targets[0].indexRanges.empty() && line.valueRanges.size() == 1) {
-        line.singleValue = line.valueExpressions[0];
+        line.hasSingleValue = true;
         line.singleCall = compileFastCallExpressionRange(line.tokens, line.analyses, line.valueRanges[0].first,
                                                          line.valueRanges[0].second);
     }
@@ -122,8 +126,10 @@ bool splitAtCommas(const std::vector<std::string>& tokens, size_t cursor, std::v
 
 void compileFor(ParsedScriptLine& line) {
     const auto& tokens = line.tokens;
+    auto clause = std::make_shared<ForClause>();
+    line.forForms = clause;
     if (isIdentifier(tokens[1]) && tokens[2] == "=") {
-        line.isNumericFor = true;
+        clause->isNumeric = true;
         size_t startEnd = scanBracketRange(tokens, 3, "");
         if (startEnd == 3 || startEnd >= tokens.size()) return;
         size_t limitBegin = startEnd + 1;
@@ -136,32 +142,32 @@ void compileFor(ParsedScriptLine& line) {
             if (stepBegin >= tokens.size()) return;
             size_t stepEnd = scanBracketRange(tokens, stepBegin, "");
             if (stepEnd != tokens.size()) return;
-            line.forStep = compileRange(line, {stepBegin, stepEnd});
-            line.forHasStep = true;
+            clause->step = compileRange(line, {stepBegin, stepEnd});
+            clause->hasStep = true;
         }
-        line.forStart = std::move(start);
-        line.forLimit = std::move(limit);
+        clause->start = std::move(start);
+        clause->limit = std::move(limit);
         return;
     }
     size_t cursor = 1;
     while (cursor < tokens.size() && isIdentifier(tokens[cursor])) {
-        line.forVariables.push_back(cursor++);
+        clause->variables.push_back(cursor++);
         if (cursor < tokens.size() && tokens[cursor] == ",") ++cursor;
         else break;
     }
-    if (line.forVariables.empty() || cursor + 1 >= tokens.size() || tokens[cursor] != "in") {
-        line.forVariables.clear();
+    if (clause->variables.empty() || cursor + 1 >= tokens.size() || tokens[cursor] != "in") {
+        clause->variables.clear();
         return;
     }
     size_t begin = cursor + 1;
-    line.forIterator = compileRange(line, {begin, tokens.size()});
+    clause->iterator = compileRange(line, {begin, tokens.size()});
     if (isIdentifier(tokens[begin]) && begin + 1 < tokens.size() && tokens[begin + 1] == "(" &&
         tokens.back() == ")" && begin + 3 < tokens.size() &&
         scanBracketRange(tokens, begin + 2, ")") == tokens.size() - 1) {
         uint8_t id = builtinIdFromName(tokens[begin]);
         if (id == kBuiltinPairs || id == kBuiltinIpairs) {
-            line.forIteratorBuiltin = id;
-            line.forIterator = compileRange(line, {begin + 2, tokens.size() - 1});
+            clause->iteratorBuiltin = id;
+            clause->iterator = compileRange(line, {begin + 2, tokens.size() - 1});
         }
     }
 }
@@ -174,10 +180,10 @@ void compileLine(ParsedScriptLine& line) {
     case LineKind::ElseIf:
     case LineKind::While:
     case LineKind::Until:
-        line.condition = compileRange(line, {1, tokens.size()});
+        line.expression = compileRange(line, {1, tokens.size()});
         break;
     case LineKind::Statement:
-        if (!line.isAssignment) line.statement = compileRange(line, {0, tokens.size()});
+        if (!line.isAssignment) line.expression = compileRange(line, {0, tokens.size()});
         break;
     case LineKind::Return:
         if (tokens.size() > 1) {
@@ -227,18 +233,12 @@ void prepareParsedLines(std::vector<ParsedScriptLine>& lines, bool compile) {
         line.targets.clear();
         line.valueRanges.clear();
         line.valueExpressions.clear();
-        line.singleValue = {};
+        line.hasSingleValue = false;
         line.singleCall = {};
         line.storesElement = false;
-        line.condition = {};
-        line.statement = {};
+        line.expression = {};
         line.returnValues.clear();
-        line.isNumericFor = false;
-        line.forStart = line.forLimit = line.forStep = {};
-        line.forHasStep = false;
-        line.forVariables.clear();
-        line.forIterator = {};
-        line.forIteratorBuiltin = 0;
+        line.forForms.reset();
         if (line.tokens.empty()) continue;
         prepareAssignment(line);
         if (compile) compileLine(line);

@@ -157,11 +157,11 @@ struct LoopCompiler {
     bool compileAssign(const Instruction& instruction) {
         const ParsedScriptLine* line = lineAt(instruction.a);
         if (!line || line->tokens.empty() || line->targets.empty() || line->singleCall.valid ||
-            !line->singleValue.valid || line->singleValue.steps.empty() || line->scopeTarget != kTargetPlain)
+            !line->singleValue().valid || line->singleValue().steps.empty() || line->scopeTarget != kTargetPlain)
             return false;
         std::vector<LoopInstruction> steps;
         LoopOperand value;
-        if (!translateValue(line->singleValue, *line, 0, steps, value)) return false;
+        if (!translateValue(line->singleValue(), *line, 0, steps, value)) return false;
         emitLine(*line);
         uint32_t first = here();
         append(steps);
@@ -228,7 +228,7 @@ struct LoopCompiler {
     std::vector<std::pair<bool, uint32_t>> compileCondition(const ParsedScriptLine& line, const char* keyword,
                                                             uint32_t* fused = nullptr) {
         std::vector<LoopInstruction> steps;
-        const FastExpression& e = line.condition;
+        const FastExpression& e = line.expression;
         if (e.valid && !e.steps.empty() && translateSteps(e, line, 0, steps)) {
             uint32_t first = here();
             append(steps);

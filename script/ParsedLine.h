@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -27,15 +28,16 @@ struct TokenAnalysis {
     bool looksNumeric = false;
     bool isFloat = false;
     bool isInt = false;
+    // Resolution cache, written at run time by name lookup; the small fields first, so that one
+    // analysis per token takes 56 bytes.
+    bool globalFound = false;
+    bool globalLooked = false;
     int32_t intValue = 0;
-    // Resolution cache, written at run time by name lookup.
     uint8_t scopeKind = kScopeKindNone;
     uint16_t scopeDepth = 0;
     uint64_t scopeSlot = 0;         // the slot in the scope; for a global, the shadow epoch it was found at
     const void* scopePtr = nullptr;  // the scope; for a global, the global's slot itself
     uint64_t globalSlot = 0;
-    bool globalFound = false;
-    bool globalLooked = false;
     // The variable the name stood for while the interpreter's scope epoch was cachedEpoch: the
     // same stacks give the same answer, so it holds with no check at all until they change.
     uint64_t cachedEpoch = 0;
@@ -71,6 +73,20 @@ enum class LineKind : uint8_t {
 
 constexpr uint64_t kNoLink = ~uint64_t(0);
 
+// The compiled clause of a `for` line. It lives apart from the line, shared by the line's copies,
+// so that the far more numerous other lines don't carry four empty expressions each.
+struct ForClause {
+    bool isNumeric = false;
+    FastExpression start, limit, step;
+    bool hasStep = false;
+    std::vector<uint64_t> variables;
+    FastExpression iterator;
+    uint8_t iteratorBuiltin = 0;
+};
+
+inline const ForClause kNoForClause{};
+inline const FastExpression kNoExpression{};
+
 struct ParsedScriptLine {
     std::string text;
     uint64_t lineNumber = 0;
@@ -86,19 +102,18 @@ struct ParsedScriptLine {
     std::vector<ParsedAssignmentTarget> targets;
     std::vector<TokenRange> valueRanges;
     std::vector<FastExpression> valueExpressions;
-    FastExpression singleValue;
+    // `name = value` with one value: that value's expression is valueExpressions[0].
+    bool hasSingleValue = false;
+    const FastExpression& singleValue() const { return hasSingleValue ? valueExpressions[0] : kNoExpression; }
     FastCallExpression singleCall;
     // `name[key] = value` with key and value compiled to steps: an array element may take it in place.
     bool storesElement = false;
-    FastExpression condition;
-    FastExpression statement;
+    // The condition of an `if`, `elseif`, `while` or `until` line, or the expression of a
+    // statement line that assigns nothing: one field, since a line is never both.
+    FastExpression expression;
     std::vector<FastExpression> returnValues;
-    bool isNumericFor = false;
-    FastExpression forStart, forLimit, forStep;
-    bool forHasStep = false;
-    std::vector<uint64_t> forVariables;
-    FastExpression forIterator;
-    uint8_t forIteratorBuiltin = 0;
+    std::shared_ptr<const ForClause> forForms;
+    const ForClause& forClause() const { return forForms ? *forForms : kNoForClause; }
 };
 
 enum class BlockSignal : uint8_t { None = 0, Return = 1, Break = 2 };

@@ -113,9 +113,9 @@ Variable OrvaneScript::executeStatementLine(const std::vector<ParsedScriptLine>&
 Variable OrvaneScript::executeStatement(const ParsedScriptLine& line) {
     Variable value;
     if (executeAssignment(line, value)) return value;
-    if (line.statement.valid) {
-        if (tryExecuteDiscardedFastCall(line.statement, line.tokens, line.analyses)) return Variable();
-        value = evaluateFastExpression(line.statement, line.tokens, line.analyses);
+    if (line.expression.valid) {
+        if (tryExecuteDiscardedFastCall(line.expression, line.tokens, line.analyses)) return Variable();
+        value = evaluateFastExpression(line.expression, line.tokens, line.analyses);
         if (shouldAbortForSoftRaisedError()) return Variable();
         return value;
     }
@@ -164,8 +164,8 @@ Variable OrvaneScript::executeReturn(const ParsedScriptLine& line, BlockSignal& 
 
 // A compiled condition takes the number 0 as false; the token route takes every number as true.
 bool OrvaneScript::evaluateLineCondition(const ParsedScriptLine& line, const char* keyword) {
-    if (line.condition.valid) {
-        const FastExpression& e = line.condition;
+    if (line.expression.valid) {
+        const FastExpression& e = line.expression;
         FastScalarValue scalar;
         // The flat steps answer as the scalar evaluator would, and its truth is the truth-value
         // evaluator's wherever both answer.
@@ -357,12 +357,12 @@ Variable OrvaneScript::runNumericFor(const ParsedScriptLine& line, int32_t first
 // The names of a generic for and the position of its iterator expression.
 size_t OrvaneScript::readLoopNames(const ParsedScriptLine& line, std::vector<std::string>& names) {
     const auto& tokens = line.tokens;
-    if (!line.forVariables.empty()) {
-        for (uint64_t index : line.forVariables) {
+    if (!line.forClause().variables.empty()) {
+        for (uint64_t index : line.forClause().variables) {
             if (index >= tokens.size()) throw std::runtime_error("Compiled generic-for variable index out of range");
             names.push_back(tokens[index]);
         }
-        return size_t(line.forVariables.back()) + 2;
+        return size_t(line.forClause().variables.back()) + 2;
     }
     size_t pos = 1;
     for (;;) {
@@ -394,13 +394,13 @@ Variable OrvaneScript::runGenericFor(const ParsedScriptLine& line, const BodyRun
             (function->builtinId == kBuiltinPairs || function->builtinId == kBuiltinIpairs)) {
             bool isPairs = function->builtinId == kBuiltinPairs;
             Variable lazyResult;
-            if (!isPairs && line.forIteratorBuiltin != 0 && line.forIterator.valid &&
+            if (!isPairs && line.forClause().iteratorBuiltin != 0 && line.forClause().iterator.valid &&
                 tryLazyIpairs(line, names, body, signal, lazyResult))
                 return lazyResult;
             Variable container;
             bool direct;
-            if (line.forIteratorBuiltin != 0 && line.forIterator.valid) {
-                container = evaluateFastExpression(line.forIterator, tokens, line.analyses);
+            if (line.forClause().iteratorBuiltin != 0 && line.forClause().iterator.valid) {
+                container = evaluateFastExpression(line.forClause().iterator, tokens, line.analyses);
                 direct = true;
                 noteTokenRead(tokens[tokens.size() - 2]);
             } else {
@@ -413,8 +413,8 @@ Variable OrvaneScript::runGenericFor(const ParsedScriptLine& line, const BodyRun
         }
     }
     Variable iterator;
-    if (line.forIterator.valid && line.forIteratorBuiltin == 0) {
-        iterator = evaluateFastExpression(line.forIterator, tokens, line.analyses);
+    if (line.forClause().iterator.valid && line.forClause().iteratorBuiltin == 0) {
+        iterator = evaluateFastExpression(line.forClause().iterator, tokens, line.analyses);
         noteTokenRead(tokens.back());
     } else {
         iterator = evaluateExpression(tokens, pos, &line.analyses);
@@ -480,7 +480,7 @@ Variable OrvaneScript::runPairLoop(const std::vector<std::string>& names, const 
 // results is built, and a `break` stops the scan. The results equal those of the array.
 bool OrvaneScript::tryLazyIpairs(const ParsedScriptLine& line, const std::vector<std::string>& names,
                                  const BodyRunner& body, BlockSignal& signal, Variable& result) {
-    const FastExpression& e = line.forIterator;
+    const FastExpression& e = line.forClause().iterator;
     const FastExprNode& call = e.nodes[size_t(e.root)];
     if (call.kind != FastExprNodeKind::Call) return false;
     const FastExprNode& callee = e.nodes[size_t(call.left)];

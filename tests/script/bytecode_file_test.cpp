@@ -175,9 +175,9 @@ TEST(BytecodeFile, ReadBackLinesArePreparedAgainFromTheirTokens) {
         EXPECT_EQ(b.matchIndex, a.matchIndex);
         EXPECT_EQ(b.nextClauseIndex, a.nextClauseIndex);
         EXPECT_EQ(b.isAssignment, a.isAssignment);
-        EXPECT_EQ(b.condition.valid, a.condition.valid);
-        EXPECT_EQ(b.singleValue.valid, a.singleValue.valid);
-        EXPECT_EQ(b.isNumericFor, a.isNumericFor);
+        EXPECT_EQ(b.expression.valid, a.expression.valid);
+        EXPECT_EQ(b.singleValue().valid, a.singleValue().valid);
+        EXPECT_EQ(b.forClause().isNumeric, a.forClause().isNumeric);
     }
     EXPECT_EQ(loaded.instructions.size(), program->instructions.size());
     EXPECT_EQ(loaded.chunks.size(), program->chunks.size());
