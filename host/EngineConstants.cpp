@@ -3,8 +3,8 @@
 #include <string>
 
 #include "host/HostModules.h"
-#include "host/InputState.h"
 #include "host/ProcessObjects.h"
+#include "window/WindowFacade.h"
 
 namespace orvane {
 

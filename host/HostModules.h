@@ -10,6 +10,8 @@ void registerGlobalHelpers();
 Variable makeOrvaneModule();
 // The constants and flags that scripts share with the engine, in their fixed order.
 void registerEngineConstants();
+// Writes the input globals, in their fixed order, after a fresh poll of the keyboard.
+void publishInputGlobals();
 
 // The button of the rectangles of Orvane.pushButton under a point, 0 for none.
 int32_t checkbounds(int32_t x, int32_t y, const std::vector<struct buttonVec>& list);

@@ -1,12 +1,12 @@
 // Input state to script globals.
 #include <string>
 
-#include "host/InputState.h"
+#include "host/HostModules.h"
 #include "host/ProcessObjects.h"
+#include "window/InputState.h"
+#include "window/WindowFacade.h"
 
 namespace orvane {
-
-InputState inputState;
 
 void publishInputGlobals() {
     ot_updateKeyboardState();

@@ -1,10 +1,9 @@
 // Every module and helper that exists, registered in the engine's fixed order.
 #include "host/HostModules.h"
-#include "host/InputState.h"
 #include "host/ProcessObjects.h"
-#include "image/NuvraImageModule.h"
+#include "host/NuvraModule.h"
 #include "window/WindowFacade.h"
-#include "window/WindowModules.h"
+#include "host/WindowModules.h"
 
 namespace orvane {
 

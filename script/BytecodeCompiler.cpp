@@ -109,8 +109,9 @@ uint32_t compileBytecodeChunk(BytecodeProgram& program, size_t begin, size_t end
         case LineKind::Else:
         case LineKind::End:
         case LineKind::Until:
-            // A closer with no block of its own would silently cut or skip lines.
-            throw std::runtime_error("Unexpected '" + line.tokens[0] + "' with no block to close");
+            // A closer at the chunk's own level closes nothing here: it emits nothing.
+            ++i;
+            break;
         default:
             emit(isSimpleAssignment(line) ? Opcode::SimpleAssign : Opcode::Statement, i);
             ++i;

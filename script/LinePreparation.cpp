@@ -239,6 +239,7 @@ void prepareParsedLines(std::vector<ParsedScriptLine>& lines, bool compile) {
         line.expression = {};
         line.returnValues.clear();
         line.forForms.reset();
+        line.strayCloser = false;
         if (line.tokens.empty()) continue;
         prepareAssignment(line);
         if (compile) compileLine(line);
@@ -259,6 +260,8 @@ void prepareParsedLines(std::vector<ParsedScriptLine>& lines, bool compile) {
             if (!stack.empty() && stack.back().kind == 0 && !stack.back().clauses.empty()) {
                 lines[stack.back().clauses.back()].nextClauseIndex = i;
                 stack.back().clauses.push_back(i);
+            } else {
+                lines[i].strayCloser = true;
             }
             break;
         case LineKind::While: stack.push_back({1, i, {}}); break;
@@ -272,10 +275,15 @@ void prepareParsedLines(std::vector<ParsedScriptLine>& lines, bool compile) {
             if (!stack.empty() && stack.back().kind == 4) {
                 lines[stack.back().opener].matchIndex = i;
                 stack.pop_back();
+            } else {
+                lines[i].strayCloser = true;
             }
             break;
         case LineKind::End:
-            if (stack.empty()) break;
+            if (stack.empty()) {
+                lines[i].strayCloser = true;
+                break;
+            }
             if (stack.back().kind == 0) {
                 for (size_t clause : stack.back().clauses) lines[clause].matchIndex = i;
             } else {

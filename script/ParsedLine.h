@@ -95,6 +95,8 @@ struct ParsedScriptLine {
     LineKind kind = LineKind::Empty;
     uint64_t matchIndex = kNoLink;
     uint64_t nextClauseIndex = kNoLink;
+    // An `end`, `else`, `elseif` or `until` that closes no block: it does nothing where it stands.
+    bool strayCloser = false;
     bool prepared = false;
     bool isAssignment = false;
     uint8_t scopeTarget = 0;

@@ -73,7 +73,11 @@ Variable OrvaneScript::executeParsedBlock(const std::vector<ParsedScriptLine>& l
             ++position;
             continue;
         }
-        if (isBlockCloser(line.kind)) return running;
+        if (isBlockCloser(line.kind)) {
+            if (!line.strayCloser) return running;
+            ++position;  // closes nothing: as the compiled route, it does nothing
+            continue;
+        }
         try {
             CoroutineTurnGuard turn(*this);
             switch (line.kind) {

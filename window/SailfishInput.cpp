@@ -3,9 +3,11 @@
 #include <Qt>
 #include <cctype>
 
-#include "host/InputState.h"
+#include "window/InputState.h"
 
 namespace orvane {
+
+InputState inputState;
 
 std::vector<SailfishButton> gPendingButtons;
 

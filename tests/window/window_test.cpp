@@ -10,7 +10,8 @@
 #include <QTouchEvent>
 #include <cstdlib>
 
-#include "host/InputState.h"
+#include "host/HostModules.h"
+#include "window/InputState.h"
 #include "host/ProcessObjects.h"
 #include "window/OrvaneSailfishWindow.h"
 #include "window/WindowFacade.h"

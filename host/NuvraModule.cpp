@@ -1,4 +1,4 @@
-#include "image/NuvraImageModule.h"
+#include "host/NuvraModule.h"
 
 #include "image/Blit.h"
 #include "image/ImageFiles.h"

@@ -1,8 +1,9 @@
 #include "host/Binding.h"
-#include "host/InputState.h"
-#include "image/NuvraImageModule.h"
+#include "host/HostModules.h"
+#include "host/NuvraModule.h"
+#include "host/WindowModules.h"
+#include "window/InputState.h"
 #include "window/WindowFacade.h"
-#include "window/WindowModules.h"
 
 namespace orvane {
 

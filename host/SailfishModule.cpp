@@ -1,6 +1,6 @@
 #include "host/Binding.h"
 #include "window/WindowFacade.h"
-#include "window/WindowModules.h"
+#include "host/WindowModules.h"
 
 namespace orvane {
 

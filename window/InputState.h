@@ -1,5 +1,5 @@
-// The polled input state that scripts see through the ORVANE_MOUSE_... and ORVANE_KEY_... globals.
-// The window layer fills it; publishInputGlobals copies it into the interpreter.
+// The polled input state: the window layer fills it, and the binding layer copies it into the
+// ORVANE_MOUSE_... and ORVANE_KEY_... globals that scripts see.
 #pragma once
 
 #include <cstdint>
@@ -18,10 +18,4 @@ struct InputState {
 
 extern InputState inputState;
 
-// Writes the input globals, in their fixed order, after a fresh poll of the keyboard.
-void publishInputGlobals();
-
 }  // namespace orvane
-
-// The pieces of the window facade that input and the constants read.
-#include "window/WindowFacade.h"
