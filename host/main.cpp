@@ -1,9 +1,11 @@
 // Entry point: derive the runtime path, register the modules, find the bootstrap script and
 // hand control to it. The executable has no main loop of its own.
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
 
+#include "host/CommandLine.h"
 #include "host/HostModules.h"
 #include "host/ProcessObjects.h"
 
@@ -29,6 +31,16 @@ std::string escapeForLiteral(const std::string& name) {
 
 int main(int argc, char** argv) {
     using namespace orvane;
+    CommandLine line;
+    std::string complaint;
+    if (!parseCommandLine(argc, argv, line, complaint)) {
+        std::cerr << "orvanetide: " << complaint << '\n' << usageText();
+        return 2;
+    }
+    if (line.help) {
+        std::cout << usageText();
+        return 0;
+    }
     path = "./";
     if (argc >= 1 && argv[0]) {
         std::string program = argv[0];
@@ -37,10 +49,25 @@ int main(int argc, char** argv) {
     }
     try {
         registerFunctions();
+        if (line.version) {
+            std::cout << "OrvaneTide " << toFloat(engine.pullVariable("ORVANE_VERSION")) << " ("
+                      << engine.pullVariable("ORVANE_RELEASE").toString() << "), engine "
+                      << engine.pullVariable("ORVANE_ENGINE_VERSION").toString() << '\n';
+            return 0;
+        }
         std::string bootstrap = "lua.ov";
-        if (canOpen(path + "../Resources/lua.ov")) bootstrap = path + "../Resources/lua.ov";
-        else if (canOpen(std::string("OrvaneTide") + ".app/Contents/Resources/lua.ov"))
+        if (!line.game.empty()) {
+            // The game's relative files resolve from its own folder.
+            const GameScript game = locateGame(line.game);
+            std::error_code error;
+            std::filesystem::current_path(game.folder, error);
+            if (error) throw std::runtime_error("Failed to enter the game's folder: " + game.folder);
+            bootstrap = game.script;
+        } else if (canOpen(path + "../Resources/lua.ov")) {
+            bootstrap = path + "../Resources/lua.ov";
+        } else if (canOpen(std::string("OrvaneTide") + ".app/Contents/Resources/lua.ov")) {
             bootstrap = "OrvaneTide.app/Contents/Resources/lua.ov";
+        }
         engine.runScript("runFile('" + escapeForLiteral(bootstrap) + "')");
     } catch (const std::exception& e) {
         std::cerr << "OrvaneTide startup error: " << e.what() << '\n' << std::flush;
