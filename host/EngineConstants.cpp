@@ -65,7 +65,7 @@ void registerEngineConstants() {
     putInt("ORVANE_OS_VERSION", 0);
     putText("ORVANE_ENGINE_VERSION", "v1.0");
     putText("ORVANE_ENGINE_POSTFIX", "Release");
-    putInt("ORVANE_FRAMERATE", 41);
+    putInt("ORVANE_FRAMERATE", kFrameMilliseconds);
     putBool("ORVANE_FEMALE", false);
     putInt("ORVANE_AUDIO_OFFSET", 0);
     putBool("ORVANE_AUDIO_PLAYING", false);

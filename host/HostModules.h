@@ -5,6 +5,9 @@
 
 namespace orvane {
 
+// ORVANE_FRAMERATE: the milliseconds a frame is meant to take.
+constexpr int32_t kFrameMilliseconds = 41;
+
 void registerFunctions();
 void registerGlobalHelpers();
 Variable makeOrvaneModule();

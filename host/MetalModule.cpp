@@ -1,4 +1,5 @@
 #include "host/Binding.h"
+#include "host/HeadlessRun.h"
 #include "host/HostModules.h"
 #include "host/NuvraModule.h"
 #include "host/WindowModules.h"
@@ -42,6 +43,7 @@ Variable killWindow(const VariableArray&) {
 Variable renderImage(const VariableArray& args) {
     const NuvraImage& image = validImageArgument(args, 0, "Metal.renderImage", "image");
     ot_pushImage(win, &image);
+    headlessFrameShown(image);
     return Variable();
 }
 
@@ -113,7 +115,11 @@ Variable setTouchBarButtonImage(const VariableArray& args) {
 Variable makeMetalModule() {
     return makeModule("Metal", {
         {"renderImage", renderImage},
-        {"updateInput", [](const VariableArray&) { publishInputGlobals(); return Variable(); }},
+        {"updateInput", [](const VariableArray&) {
+             if (win) headlessDeliverInput(win);
+             publishInputGlobals();
+             return Variable();
+         }},
         {"forceUpdate", [](const VariableArray&) { if (win) ot_updateWindow(win); return Variable(); }},
         {"getTitle", [](const VariableArray&) { return Variable(windowTitle); }},
         {"getWindow", getWindow},
@@ -122,7 +128,9 @@ Variable makeMetalModule() {
         {"setTouchBarButtonImage", setTouchBarButtonImage},
         {"setTitle", renameWindow},
         {"clearBuffer", clearBuffer},
-        {"checkClose", [](const VariableArray&) { return Variable(win != nullptr && ot_windowShouldClose(win)); }},
+        {"checkClose", [](const VariableArray&) {
+             return Variable(headlessFrameLimitReached() || (win != nullptr && ot_windowShouldClose(win)));
+         }},
         {"killWindow", killWindow},
         {"spawnWindow", spawnWindow},
     });

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "host/Binding.h"
+#include "host/HeadlessRun.h"
 #include "host/HostModules.h"
 #include "host/ProcessObjects.h"
 
@@ -86,15 +87,26 @@ Variable makeOrvaneModule() {
              }
          }},
         {"setVar", setVar},
-        {"getGlobalTime", [](const VariableArray&) { return Variable(millisecondsSince(gtime)); }},
+        {"getGlobalTime", [](const VariableArray&) {
+             const int64_t fixed = headlessClockMs();
+             return Variable(fixed >= 0 ? int32_t(uint32_t(fixed)) : millisecondsSince(gtime));
+         }},
         {"getClock", [](const VariableArray&) {
+             // On the fixed clock an interval is the frames shown since the last call.
+             static int64_t lastFixed = 0;
+             const int64_t fixed = headlessClockMs();
+             if (fixed >= 0) {
+                 const int64_t interval = fixed - lastFixed;
+                 lastFixed = fixed;
+                 return Variable(int32_t(interval));
+             }
              int32_t interval = millisecondsSince(wtime);
              wtime = std::chrono::system_clock::now();
              return Variable(interval);
          }},
         {"sleep", [](const VariableArray& args) {
              int32_t ms = integerValue(requireArg(args, 0, "Orvane.sleep"), "Orvane.sleep", "milliseconds");
-             if (ms > 0) ot_sleep_ms(ms);
+             if (ms > 0 && headlessClockMs() < 0) ot_sleep_ms(ms);
              return Variable();
          }},
         {"checkButton", [](const VariableArray& args) {

@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "host/CommandLine.h"
+#include "host/HeadlessRun.h"
 #include "host/HostModules.h"
 #include "host/ProcessObjects.h"
 
@@ -41,6 +42,24 @@ int main(int argc, char** argv) {
         std::cout << usageText();
         return 0;
     }
+    // Paths of options are taken before a game's folder becomes the working one.
+    std::error_code pathError;
+    if (!line.capture.empty()) {
+        headlessRun.captureFolder = std::filesystem::absolute(line.capture, pathError).string();
+        std::filesystem::create_directories(headlessRun.captureFolder, pathError);
+        if (!std::filesystem::is_directory(headlessRun.captureFolder, pathError)) {
+            std::cerr << "orvanetide: cannot make the capture folder " << line.capture << '\n';
+            return 2;
+        }
+    }
+    if (!line.input.empty() && !loadReplay(line.input, headlessRun.replay, complaint)) {
+        std::cerr << "orvanetide: " << complaint << '\n';
+        return 2;
+    }
+    headlessRun.frameLimit = line.frames;
+    headlessRun.captureEvery = line.captureEvery;
+    headlessRun.fixedClock = line.fixedClock;
+    if (line.fixedClock) engine.fixedClockMs = 0;
     path = "./";
     if (argc >= 1 && argv[0]) {
         std::string program = argv[0];

@@ -106,8 +106,12 @@ Variable OrvaneScript::printFunction(const Variable* args, size_t count) {
 
 Variable OrvaneScript::getTimeMsFunction(const Variable*, size_t count) {
     if (count != 0) fail("getTimeMs function takes no arguments");
-    auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - startTime);
-    return Variable(int32_t(uint32_t(uint64_t(elapsed.count()))));
+    return Variable(int32_t(uint32_t(uint64_t(elapsedMicroseconds() / 1000))));
+}
+
+int64_t OrvaneScript::elapsedMicroseconds() const {
+    if (fixedClockMs >= 0) return fixedClockMs * 1000;
+    return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - startTime).count();
 }
 
 Variable OrvaneScript::randomFunction(const Variable* args, size_t count) {

@@ -144,9 +144,16 @@ public:
     OrvaneScript(const OrvaneScript&) = delete;
     OrvaneScript& operator=(const OrvaneScript&) = delete;
 
+    // Time since start as getTimeMs and os['clock'] report it. A host that runs on a fixed clock
+    // sets fixedClockMs (0 and up); below 0 the steady clock counts.
+    int64_t fixedClockMs = -1;
+    int64_t elapsedMicroseconds() const;
+
     // Globals and natives.
     void pushVariable(const std::string& name, const Variable& value);
     Variable pullVariable(const std::string& name);
+    // Every global's name, in no particular order.
+    std::vector<std::string> globalNames() const;
     void pushFunction(const std::string& name, NativeFunction function);
     Variable makeNativeCallable(NativeFunction function, const std::string& name, uint8_t builtinId = 0);
 

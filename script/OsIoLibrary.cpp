@@ -122,8 +122,7 @@ Variable makeFileObject(OrvaneScript& script, const HandlePtr& handle) {
 
 Variable OrvaneScript::clockFunction(const Variable*, size_t count) {
     if (count != 0) throw std::runtime_error("os['clock']() takes no arguments");
-    auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - startTime);
-    return Variable(float(double(elapsed.count()) / 1000000.0));
+    return Variable(float(double(elapsedMicroseconds()) / 1000000.0));
 }
 
 Variable OrvaneScript::timeFunction(const Variable*, size_t count) {

@@ -24,6 +24,13 @@ Variable OrvaneScript::pullVariable(const std::string& name) {
     return out;
 }
 
+std::vector<std::string> OrvaneScript::globalNames() const {
+    std::vector<std::string> names;
+    names.reserve(globalIndex.size());
+    for (const auto& entry : globalIndex) names.push_back(entry.first);
+    return names;
+}
+
 Variable OrvaneScript::makeNativeCallable(NativeFunction function, const std::string& name, uint8_t builtinId) {
     auto callable = std::make_shared<ScriptCallable>();
     callable->isNative = true;

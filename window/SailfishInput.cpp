@@ -66,6 +66,20 @@ void applyQtKey(int code) {
     else if (code >= Qt::Key_0 && code <= Qt::Key_9) applyNormalizedKey(std::string(1, char('0' + (code - Qt::Key_0))));
 }
 
+int qtKeyOfName(const std::string& name) {
+    const std::string key = normalizeKeyCode(name);
+    if (key.size() == 1 && key[0] >= 'a' && key[0] <= 'z') return Qt::Key_A + (key[0] - 'a');
+    if (key.size() == 1 && key[0] >= '0' && key[0] <= '9') return Qt::Key_0 + (key[0] - '0');
+    static const std::pair<const char*, int> named[] = {
+        {"up", Qt::Key_Up},         {"down", Qt::Key_Down},          {"left", Qt::Key_Left},
+        {"right", Qt::Key_Right},   {"return", Qt::Key_Return},      {"enter", Qt::Key_Return},
+        {"back", Qt::Key_Backspace}, {"backspace", Qt::Key_Backspace}, {"delete", Qt::Key_Delete},
+        {"del", Qt::Key_Delete},    {"space", Qt::Key_Space},        {"minus", Qt::Key_Minus}};
+    for (const auto& [text, code] : named)
+        if (key == text) return code;
+    return 0;
+}
+
 void resetKeyState() {
     InputState& s = inputState;
     s.keyreturn = s.keyup = s.keydown = s.keyleft = s.keyright = false;

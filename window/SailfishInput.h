@@ -28,6 +28,8 @@ void registerButton(std::vector<SailfishButton>& list, const char* keyCode, cons
 // Set the key flag of a normalised name or of a Qt key code; unknown ones set nothing.
 void applyNormalizedKey(const std::string& name);
 void applyQtKey(int code);
+// The Qt key a key name stands for, as a keyboard would send it; 0 for an unknown name.
+int qtKeyOfName(const std::string& name);
 void resetKeyState();
 
 }  // namespace orvane

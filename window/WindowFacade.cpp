@@ -1,10 +1,15 @@
 #include "window/WindowFacade.h"
 
 #include <QGuiApplication>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QTouchDevice>
+#include <QTouchEvent>
 #include <QScreen>
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "window/OrvaneSailfishWindow.h"
 #include "window/WindowState.h"
@@ -112,6 +117,44 @@ void ot_clearWindow(void* handle, uint8_t r, uint8_t g, uint8_t b) {
 }
 
 orvane::NuvraImage* ot_captureWindow(void* handle) { return handle ? windowOf(handle)->capture() : nullptr; }
+
+bool ot_injectKey(void* handle, const char* keyName, bool down) {
+    const int key = orvane::qtKeyOfName(keyName ? keyName : "");
+    if (!handle || key == 0) return false;
+    QKeyEvent event(down ? QEvent::KeyPress : QEvent::KeyRelease, key, Qt::NoModifier);
+    QCoreApplication::sendEvent(windowOf(handle), &event);
+    return true;
+}
+
+bool ot_injectPointer(void* handle, bool touch, const char* action, int32_t x, int32_t y) {
+    const std::string what = action ? action : "";
+    if (!handle || (what != "down" && what != "move" && what != "up")) return false;
+    const QPointF at(x, y);
+    if (!touch) {
+        const QEvent::Type type = what == "down"   ? QEvent::MouseButtonPress
+                                  : what == "move" ? QEvent::MouseMove
+                                                   : QEvent::MouseButtonRelease;
+        const Qt::MouseButtons held = what == "up" ? Qt::NoButton : Qt::LeftButton;
+        QMouseEvent event(type, at, what == "move" ? Qt::NoButton : Qt::LeftButton, held, Qt::NoModifier);
+        QCoreApplication::sendEvent(windowOf(handle), &event);
+        return true;
+    }
+    static QTouchDevice* device = [] {
+        auto* screen = new QTouchDevice;  // made once, kept for the process
+        screen->setType(QTouchDevice::TouchScreen);
+        return screen;
+    }();
+    const Qt::TouchPointState state = what == "down"   ? Qt::TouchPointPressed
+                                      : what == "move" ? Qt::TouchPointMoved
+                                                       : Qt::TouchPointReleased;
+    QTouchEvent::TouchPoint point(0);
+    point.setPos(at);
+    point.setState(state);
+    const QEvent::Type type = what == "down" ? QEvent::TouchBegin : what == "move" ? QEvent::TouchUpdate : QEvent::TouchEnd;
+    QTouchEvent event(type, device, Qt::NoModifier, state, {point});
+    QCoreApplication::sendEvent(windowOf(handle), &event);
+    return true;
+}
 
 void ot_getMousePosition(void* handle, int* x, int* y) {
     if (x) *x = handle ? windowOf(handle)->mouseX : -1;

@@ -31,6 +31,12 @@ void ot_clearWindow(void* window, uint8_t r, uint8_t g, uint8_t b);
 // A new image of the landscape canvas, not yet entered in liveNuvraImages; null without a window.
 orvane::NuvraImage* ot_captureWindow(void* window);
 
+// Input made by a program rather than a person (a replayed session), delivered to the window as
+// the same Qt events a keyboard, mouse or touch screen sends; x and y are window points. False
+// without a window, or for an unknown key name or action.
+bool ot_injectKey(void* window, const char* keyName, bool down);
+bool ot_injectPointer(void* window, bool touch, const char* action, int32_t x, int32_t y);
+
 void ot_getMousePosition(void* window, int* x, int* y);
 bool ot_getMouseButtonState(void* window, int index);
 // Rebuilds the key flags from the keys and virtual buttons now held.

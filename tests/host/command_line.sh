@@ -11,12 +11,17 @@ check() {  # name, expected, actual
 }
 cd "$work"
 check "help status" 0 "$("$exe" --help > out 2> err; echo $?)"
-check "help text" "usage: orvanetide [GAME]" "$(head -1 out)"
+check "help text" "usage: orvanetide [options] [GAME]" "$(head -1 out)"
 check "version" "OrvaneTide 0.4 (Beta), engine v1.0" "$("$exe" --version)"
 check "unknown option status" 2 "$("$exe" --frobnicate > out 2> err; echo $?)"
 check "unknown option text" "orvanetide: unknown option --frobnicate" "$(head -1 err)"
-check "usage after it" "usage: orvanetide [GAME]" "$(sed -n 2p err)"
+check "usage after it" "usage: orvanetide [options] [GAME]" "$(sed -n 2p err)"
 check "two games" "orvanetide: one game at a time, not also b" "$("$exe" a b 2>&1 | head -1)"
+check "frames needs a number" "orvanetide: --frames takes a whole number, not x" "$("$exe" --frames x 2>&1 | head -1)"
+check "a value is needed" "orvanetide: --input needs a value" "$("$exe" --input 2>&1 | head -1)"
+printf '3 key sideways a\n' > bad.txt
+check "bad replay status" 2 "$("$exe" --input bad.txt > /dev/null 2>&1; echo $?)"
+check "bad replay text" "orvanetide: bad.txt:1: not an event in frame order: 3 key sideways a" "$("$exe" --input bad.txt 2>&1 | head -1)"
 mkdir -p game/levels elsewhere
 echo "print('level', Orvane['readFile']('levels/one.txt'))" > game/lua.ov
 printf 'first' > game/levels/one.txt
