@@ -10,7 +10,7 @@ PACKAGES = g++ cmake ninja-build ccache qtbase5-dev libgtest-dev libgmock-dev \
            libbenchmark-dev lua5.4 xvfb bc \
            libpng-dev zlib1g-dev libstb-dev python3-pil imagemagick pngcheck clang libclang-rt-14-dev
 
-.PHONY: deps build run test clean fuzz bench
+.PHONY: deps build run test clean fuzz bench install package
 
 deps:
 	@missing=""; for p in $(PACKAGES); do \
@@ -33,6 +33,15 @@ test: deps
 	cmake -S . -B $(TEST_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DOT_SANITIZE=ON -DOT_TESTS=ON
 	cmake --build $(TEST_BUILD) -j $(JOBS)
 	cd $(TEST_BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# Installs into PREFIX (default /usr/local): the executable, the demo, the reference.
+PREFIX ?= /usr/local
+install: build
+	cmake --install $(BUILD) --prefix $(PREFIX)
+
+# A Debian package of the Release build, in $(BUILD)/.
+package: build
+	cd $(BUILD) && cpack -G DEB
 
 # Longer fuzzing of the image codecs than `make test` does; FUZZ_TIME seconds per target.
 FUZZ_BUILD ?= build-fuzz
