@@ -10,7 +10,7 @@ PACKAGES = g++ cmake ninja-build ccache qtbase5-dev libgtest-dev libgmock-dev \
            libbenchmark-dev lua5.4 xvfb bc \
            libpng-dev zlib1g-dev libstb-dev python3-pil imagemagick pngcheck clang libclang-rt-14-dev
 
-.PHONY: deps build run test clean fuzz bench install package
+.PHONY: deps build run test clean fuzz bench install package deps-aarch64 test-aarch64
 
 deps:
 	@missing=""; for p in $(PACKAGES); do \
@@ -43,6 +43,29 @@ install: build
 package: build
 	cd $(BUILD) && cpack -G DEB
 
+# The target CPU: cross-built for 64-bit Arm, the script tests and unit tests run under qemu-user,
+# headless. The tests that drive the host's own programs (packaging, X server, fuzzers) stay out.
+AARCH64_BUILD ?= build-aarch64
+AARCH64_PACKAGES = g++-aarch64-linux-gnu qemu-user qtbase5-dev:arm64 libgtest-dev:arm64 libpng-dev:arm64 zlib1g-dev:arm64
+AARCH64_HOST_ONLY = ^(layers|install|host\.command_line|host\.headless_demo|image\.png_judge|window\.xvfb_screenshot|codec\.fuzz)$$
+deps-aarch64: deps
+	@missing=""; for p in $(AARCH64_PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  echo "installing:$$missing"; \
+	  SUDO=$$( [ "$$(id -u)" = 0 ] || echo sudo ); \
+	  $$SUDO dpkg --add-architecture arm64 && $$SUDO apt-get update -qq && \
+	  DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq $$missing; \
+	fi
+
+test-aarch64: deps-aarch64
+	cmake -S . -B $(AARCH64_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DOT_TESTS=ON \
+	  -DCMAKE_TOOLCHAIN_FILE=$(CURDIR)/cmake/aarch64-linux-gnu.cmake
+	cmake --build $(AARCH64_BUILD) -j $(JOBS)
+	cd $(AARCH64_BUILD) && OT_EMULATOR=qemu-aarch64 OT_SCRIPT_TIMEOUT=600 QT_QPA_PLATFORM=offscreen \
+	  ctest --output-on-failure -j $(JOBS) -E '$(AARCH64_HOST_ONLY)'
+
 # Longer fuzzing of the image codecs than `make test` does; FUZZ_TIME seconds per target.
 FUZZ_BUILD ?= build-fuzz
 FUZZ_TIME  ?= 600
@@ -58,4 +81,4 @@ bench: build
 	bash bench/scripts.sh $(BUILD)/orvanetide
 
 clean:
-	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(BENCH_BUILD)
+	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(BENCH_BUILD) $(AARCH64_BUILD)

@@ -9,7 +9,8 @@ trap 'rm -rf "$work"' EXIT
 cp "$script" "$work/lua.ov"
 # A folder <name>.files holds what the script loads; it travels along.
 [ -d "$base.files" ] && cp -r "$base.files/." "$work/"
-(cd "$work" && timeout 120 "$exe" > "$work/stdout" 2> "$work/stderr" < /dev/null)
+# OT_EMULATOR runs a binary built for another CPU (qemu-user for the aarch64 build).
+(cd "$work" && timeout "${OT_SCRIPT_TIMEOUT:-120}" ${OT_EMULATOR:-} "$exe" > "$work/stdout" 2> "$work/stderr" < /dev/null)
 status=$?
 expected_status=0
 [ -f "$base.status" ] && expected_status=$(cat "$base.status")
