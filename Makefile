@@ -12,15 +12,20 @@ PACKAGES = g++ cmake ninja-build ccache qtbase5-dev libgtest-dev libgmock-dev \
 
 .PHONY: deps build run test clean fuzz bench install package deps-aarch64 test-aarch64
 
-deps:
-	@missing=""; for p in $(PACKAGES); do \
+# Installs those of the Debian packages $(1) that are missing; $(2) runs first when any are.
+define install-missing
+	@missing=""; for p in $(1); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
 	  echo "installing:$$missing"; \
 	  SUDO=$$( [ "$$(id -u)" = 0 ] || echo sudo ); \
-	  $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq $$missing; \
+	  $(2) $$SUDO apt-get update -qq && DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq $$missing; \
 	fi
+endef
+
+deps:
+	$(call install-missing,$(PACKAGES))
 
 build: deps
 	cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DOT_TESTS=OFF
@@ -49,15 +54,7 @@ AARCH64_BUILD ?= build-aarch64
 AARCH64_PACKAGES = g++-aarch64-linux-gnu qemu-user qtbase5-dev:arm64 libgtest-dev:arm64 libpng-dev:arm64 zlib1g-dev:arm64
 AARCH64_HOST_ONLY = ^(layers|install|host\.command_line|host\.headless_demo|image\.png_judge|window\.xvfb_screenshot|codec\.fuzz)$$
 deps-aarch64: deps
-	@missing=""; for p in $(AARCH64_PACKAGES); do \
-	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q "install ok installed" || missing="$$missing $$p"; \
-	done; \
-	if [ -n "$$missing" ]; then \
-	  echo "installing:$$missing"; \
-	  SUDO=$$( [ "$$(id -u)" = 0 ] || echo sudo ); \
-	  $$SUDO dpkg --add-architecture arm64 && $$SUDO apt-get update -qq && \
-	  DEBIAN_FRONTEND=noninteractive $$SUDO apt-get install -y -qq $$missing; \
-	fi
+	$(call install-missing,$(AARCH64_PACKAGES),$$SUDO dpkg --add-architecture arm64 &&)
 
 test-aarch64: deps-aarch64
 	cmake -S . -B $(AARCH64_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DOT_TESTS=ON \
