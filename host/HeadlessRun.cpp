@@ -49,6 +49,8 @@ bool loadReplay(const std::string& path, std::vector<ReplayEvent>& events, std::
     return true;
 }
 
+int64_t headlessClockMs() { return headlessRun.fixedClock ? int64_t(headlessRun.framesShown) * kFrameMilliseconds : -1; }
+
 bool headlessFrameLimitReached() {
     return headlessRun.frameLimit >= 0 && headlessRun.framesShown >= uint64_t(headlessRun.frameLimit);
 }
@@ -56,7 +58,7 @@ bool headlessFrameLimitReached() {
 void headlessFrameShown(const NuvraImage& image) {
     HeadlessRun& run = headlessRun;
     ++run.framesShown;
-    if (run.fixedClock) engine.fixedClockMs = int64_t(run.framesShown) * kFrameMilliseconds;
+    if (run.fixedClock) engine.fixedClockMs = headlessClockMs();
     if (run.captureFolder.empty() || (run.framesShown - 1) % uint64_t(run.captureEvery) != 0) return;
     char name[32];
     std::snprintf(name, sizeof name, "/frame-%06llu.png", static_cast<unsigned long long>(run.framesShown));
@@ -71,7 +73,5 @@ void headlessDeliverInput(void* window) {
         else ot_injectPointer(window, event.kind == ReplayEvent::Touch, event.action.c_str(), event.x, event.y);
     }
 }
-
-int64_t headlessClockMs() { return headlessRun.fixedClock ? int64_t(headlessRun.framesShown) * kFrameMilliseconds : -1; }
 
 }  // namespace orvane
