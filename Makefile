@@ -52,7 +52,7 @@ package: build
 # headless. The tests that drive the host's own programs (packaging, X server, fuzzers) stay out.
 AARCH64_BUILD ?= build-aarch64
 AARCH64_PACKAGES = g++-aarch64-linux-gnu qemu-user qtbase5-dev:arm64 libgtest-dev:arm64 libpng-dev:arm64 zlib1g-dev:arm64
-AARCH64_HOST_ONLY = ^(layers|install|host\.command_line|host\.headless_demo|image\.png_judge|window\.xvfb_screenshot|codec\.fuzz)$$
+AARCH64_HOST_ONLY = ^(layers|install|host\.command_line|host\.headless_demo|image\.png_judge|threads\.tsan|window\.xvfb_screenshot|codec\.fuzz)$$
 deps-aarch64: deps
 	$(call install-missing,$(AARCH64_PACKAGES),$$SUDO dpkg --add-architecture arm64 &&)
 

@@ -127,6 +127,27 @@ ModuleEntries nuvraImageEntries() {
     };
 }
 
+Variable makeNuvraModule() {
+    static const char* const order[] = {
+        "setSize", "project", "setQuads", "raycast", "projection", "setLightLevel", "spawnLight",
+        "clearLights", "setPlayerHeight", "getPlayerHeight", "setPlayerPosition", "getPlayerPosition",
+        "setPlayerRotation", "getPlayerRotation", "setRenderDistance", "getRenderDistance", "setTilt",
+        "getTilt", "setMap", "movePlayer", "printImage", "threads", "fog", "setFov", "getFov",
+        "setAccuracy", "getAccuracy", "dither", "skew", "sortVertex", "bilinear", "trimImage",
+        "bilinearSolid", "dontMovePlayer", "createImage", "checkImage", "saveImage", "blitImage",
+        "modifyImage", "mirrorImage", "killImage", "imageSize", "setReflection", "setRaytrace",
+        "insertReflection", "loadPNG", "saveNuvraImage", "loadNuvraImage",
+    };
+    ModuleEntries groups = nuvraImageEntries();
+    for (ModuleEntries more : {nuvraPixelEntries(), nuvraSceneEntries()})
+        groups.insert(groups.end(), more.begin(), more.end());
+    ModuleEntries ordered;
+    for (const char* name : order)
+        for (const auto& entry : groups)
+            if (entry.first == name) ordered.push_back(entry);
+    return makeModule("Nuvra", ordered);
+}
+
 Variable makeGLFWModule() { return makeModule("GLFW", {{"loadPNG", loadPNG}}); }
 
 }  // namespace orvane

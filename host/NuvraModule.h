@@ -6,9 +6,16 @@
 
 namespace orvane {
 
+// The module Nuvra, its members in their fixed order, gathered from the groups below.
+Variable makeNuvraModule();
 // createImage, checkImage, saveImage, blitImage, killImage, imageSize, loadPNG,
-// saveNuvraImage, loadNuvraImage; the rest of Nuvra joins them at registration.
+// saveNuvraImage, loadNuvraImage.
 ModuleEntries nuvraImageEntries();
+// The pixel operations: dither, printImage, mirrorImage, modifyImage, skew, bilinear,
+// bilinearSolid, trimImage, insertReflection.
+ModuleEntries nuvraPixelEntries();
+// The world's setters and getters, and raycast.
+ModuleEntries nuvraSceneEntries();
 Variable makeGLFWModule();
 
 // Enters a new image in the live set and gives the script's value for it; nil for null.

@@ -11,7 +11,7 @@ void registerFunctions() {
     if (ot_has_window()) engine.pushVariable("Metal", makeMetalModule());
     engine.pushVariable("Sailfish", makeSailfishModule());
     engine.pushVariable("Orvane", makeOrvaneModule());
-    engine.pushVariable("Nuvra", makeModule("Nuvra", nuvraImageEntries()));
+    engine.pushVariable("Nuvra", makeNuvraModule());
     engine.pushVariable("GLFW", makeGLFWModule());
     registerGlobalHelpers();
     registerEngineConstants();

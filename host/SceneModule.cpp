@@ -1,0 +1,243 @@
+// The world of the module Nuvra: the map, quads, lights, camera and tuning, and the raycaster.
+#include <cstdint>
+
+#include "host/NuvraModule.h"
+#include "image/ImageThreads.h"
+#include "scene/Raycast.h"
+#include "scene/World.h"
+
+namespace orvane {
+
+namespace {
+
+const std::string kSetMap = "Nuvra.setMap";
+constexpr float kRadiansPerDegree = 0.0174533f;
+constexpr float kHeightOffsetUnits = 12.0f;  // setPlayerHeight's offset counts twelfths
+
+// Rows of integers into `grid`, emptied first. A value that is no container is an empty grid;
+// a non-number inside raises the checker's error at once.
+bool convertTableOfTables(const Variable& value, Grid& grid) {
+    grid.clear();
+    const int32_t columns = containerLength(value);
+    for (int32_t x = 1; x <= columns; ++x) {
+        const Variable* column = getIndexedValuePtr(value, x);
+        if (!column) return false;
+        std::vector<int32_t>& row = grid.emplace_back();
+        const int32_t rows = containerLength(*column);
+        row.reserve(size_t(rows));
+        for (int32_t z = 1; z <= rows; ++z) {
+            const Variable* cell = getIndexedValuePtr(*column, z);
+            if (!cell) return false;
+            row.push_back(integerValue(*cell, kSetMap, "grid value"));
+        }
+    }
+    return true;
+}
+
+// Element 1 is the empty entry 0; the rest are images or nil. Empty fails before any change.
+bool convertTextureTable(const Variable& value, std::vector<ImageHandle>& list) {
+    const int32_t length = containerLength(value);
+    if (length == 0) return false;
+    list.clear();
+    for (int32_t index = 1; index <= length; ++index) {
+        const Variable* entry = getIndexedValuePtr(value, index);
+        if (!entry) return false;
+        if (entry->type == VarType::Nil) {
+            list.push_back(0);
+        } else if (entry->type == VarType::Pointer && index > 1) {
+            list.push_back(ImageHandle(reinterpret_cast<uintptr_t>(entry->asPointer())));
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A quad table: corners "tl", "tr", "br", "bl" of three script coordinates each, and "texture".
+bool convertQuadValue(const Variable& value, Quad& quad, const std::string& functionName, bool requireTexture) {
+    if (!tablePtr(value)) return false;
+    Vec3* corners[] = {&quad.tl, &quad.tr, &quad.br, &quad.bl};
+    const char* names[] = {"tl", "tr", "br", "bl"};
+    for (int corner = 0; corner < 4; ++corner) {
+        const Variable* point = getFieldValuePtr(value, names[corner]);
+        if (!point || containerLength(*point) != 3) return false;
+        float c[3];
+        for (int32_t i = 0; i < 3; ++i) {
+            const Variable* element = getIndexedValuePtr(*point, i + 1);
+            if (!element) return false;
+            c[i] = floatValue(*element, functionName, "quad coordinate");
+        }
+        *corners[corner] = worldPoint(c[0], c[1], c[2]);
+    }
+    if (const Variable* texture = getFieldValuePtr(value, "texture")) {
+        quad.texture = integerValue(*texture, functionName, "texture");
+    } else if (requireTexture) {
+        return false;
+    } else {
+        quad.texture = 0;
+    }
+    finalizeQuad(quad);
+    return true;
+}
+
+// Into `faces`, emptied first; a failure keeps the quads converted before it.
+bool convertQuadTable(const Variable& value) {
+    faces.clear();
+    const int32_t length = containerLength(value);
+    for (int32_t index = 1; index <= length; ++index) {
+        const Variable* element = getIndexedValuePtr(value, index);
+        Quad quad{};
+        if (!element || !convertQuadValue(*element, quad, kSetMap, true)) return false;
+        faces.push_back(quad);
+    }
+    return true;
+}
+
+void rebuildQuadGridForMap() {
+    if (!walls.empty() && !walls[0].empty()) buildQuadGrid(gridWidthOf(walls), gridHeightOf(walls), tileSize);
+}
+
+Variable setMap(const VariableArray& args) {
+    if (args.size() != 7) bindingError(kSetMap, "expected 7 arguments");
+    const struct {
+        Grid& grid;
+        const char* message;
+    } grids[] = {
+        {walls, "argument 1 (walls) must be a table of integer tables"},
+        {roofs, "argument 2 (roofs) must be a table of integer tables"},
+        {floors, "argument 3 (floors) must be a table of integer tables"},
+        {roofsOff, "argument 4 (roofsOff) must be a table of integer tables"},
+        {floorsOff, "argument 5 (floorsOff) must be a table of integer tables"},
+    };
+    for (size_t i = 0; i < 5; ++i)
+        if (!convertTableOfTables(args[i], grids[i].grid)) bindingError(kSetMap, grids[i].message);
+    if (!convertTextureTable(args[5], textures))
+        bindingError(kSetMap, "argument 6 (textures) must be a table with first element nil, followed by image pointers or nil");
+    if (!convertQuadTable(args[6])) bindingError(kSetMap, "argument 7 (quads) must be a table of quad tables");
+    rebuildQuadGridForMap();
+    return Variable();
+}
+
+Variable setQuads(const VariableArray& args) {
+    if (!convertQuadTable(requireArg(args, 0, "Nuvra.setQuads")))
+        bindingError("Nuvra.setQuads", "argument 1 (quads) must be a table of quad tables");
+    rebuildQuadGridForMap();
+    return Variable();
+}
+
+// A setter of one float global.
+NativeFunction floatSetter(const std::string& label, const std::string& name, float& target) {
+    return [label, name, &target](const VariableArray& args) {
+        target = floatValue(requireArg(args, 0, label), label, name);
+        return Variable();
+    };
+}
+
+// A setter of one integer global.
+NativeFunction integerSetter(const std::string& label, const std::string& name, int32_t& target) {
+    return [label, name, &target](const VariableArray& args) {
+        target = integerValue(requireArg(args, 0, label), label, name);
+        return Variable();
+    };
+}
+
+// A getter that loses the fraction.
+NativeFunction truncatingGetter(const float& source) {
+    return [&source](const VariableArray&) { return Variable(saturatingInt(double(source))); };
+}
+
+Variable spawnLight(const VariableArray& args) {
+    const std::string label = "Nuvra.spawnLight";
+    const auto number = [&](size_t i, const char* name) { return floatValue(requireArg(args, i, label), label, name); };
+    const auto channel = [&](size_t i, const char* name) {
+        return float(integerValue(requireArg(args, i, label), label, name)) / 255.0f;
+    };
+    const float x = number(0, "x"), y = number(1, "y"), z = number(2, "z");
+    const float r = channel(3, "r"), g = channel(4, "g"), b = channel(5, "b");
+    const float intensity = number(6, "intensity");
+    lights.push_back({worldPoint(x, y, z), {r, g, b}, intensity});
+    return Variable();
+}
+
+Variable setLightLevel(const VariableArray& args) {
+    const std::string label = "Nuvra.setLightLevel";
+    const float low = floatValue(requireArg(args, 0, label), label, "min");
+    const float high = floatValue(requireArg(args, 1, label), label, "max");
+    minBright = low, maxBright = high;
+    return Variable();
+}
+
+Variable setPlayerHeight(const VariableArray& args) {
+    const std::string label = "Nuvra.setPlayerHeight";
+    const float height = floatValue(requireArg(args, 0, label), label, "height");
+    const float offset = args.size() > 1 ? floatValue(args[1], label, "offset") : 0.0f;
+    cameraHeightOffset = height + offset / kHeightOffsetUnits;
+    return Variable();
+}
+
+Variable setPlayerPosition(const VariableArray& args) {
+    const std::string label = "Nuvra.setPlayerPosition";
+    const float x = floatValue(requireArg(args, 0, label), label, "x");
+    const float y = floatValue(requireArg(args, 1, label), label, "y");
+    playerx = x, playery = y;
+    return Variable();
+}
+
+Variable getPlayerPosition(const VariableArray&) {
+    return returnValues({Variable(saturatingInt(double(playerx))), Variable(saturatingInt(double(playery)))});
+}
+
+Variable setFog(const VariableArray& args) {
+    const std::string label = "Nuvra.fog";
+    const float r = floatValue(requireArg(args, 0, label), label, "r");
+    const float g = floatValue(requireArg(args, 1, label), label, "g");
+    const float b = floatValue(requireArg(args, 2, label), label, "b");
+    fogR = r, fogG = g, fogB = b;
+    return Variable();
+}
+
+Variable setFov(const VariableArray& args) {
+    hFOV = floatValue(requireArg(args, 0, "Nuvra.setFov"), "Nuvra.setFov", "fov") * kRadiansPerDegree;
+    return Variable();
+}
+
+Variable getFov(const VariableArray&) { return Variable(saturatingInt(double(hFOV / kRadiansPerDegree))); }
+
+Variable raycast(const VariableArray& args) {
+    renderScene(validImageArgument(args, 0, "Nuvra.raycast", "output"));
+    return Variable();
+}
+
+}  // namespace
+
+ModuleEntries nuvraSceneEntries() {
+    return {
+        {"setSize", floatSetter("Nuvra.setSize", "tileSize", tileSize)},
+        {"setQuads", setQuads},
+        {"raycast", raycast},
+        {"setLightLevel", setLightLevel},
+        {"spawnLight", spawnLight},
+        {"clearLights", [](const VariableArray&) { lights.clear(); return Variable(); }},
+        {"setPlayerHeight", setPlayerHeight},
+        {"getPlayerHeight", [](const VariableArray&) { return Variable(cameraHeightOffset); }},
+        {"setPlayerPosition", setPlayerPosition},
+        {"getPlayerPosition", getPlayerPosition},
+        {"setPlayerRotation", floatSetter("Nuvra.setPlayerRotation", "rotation", cameraangle)},
+        {"getPlayerRotation", truncatingGetter(cameraangle)},
+        {"setRenderDistance", floatSetter("Nuvra.setRenderDistance", "distance", maxDistance)},
+        {"getRenderDistance", truncatingGetter(maxDistance)},
+        {"setTilt", floatSetter("Nuvra.setTilt", "tilt", cameratilt)},
+        {"getTilt", truncatingGetter(cameratilt)},
+        {"setMap", setMap},
+        {"threads", integerSetter("Nuvra.threads", "count", AllowedThreads)},
+        {"fog", setFog},
+        {"setFov", setFov},
+        {"getFov", getFov},
+        {"setAccuracy", integerSetter("Nuvra.setAccuracy", "accuracy", step)},
+        {"getAccuracy", [](const VariableArray&) { return Variable(step); }},
+        {"setRaytrace", integerSetter("Nuvra.setRaytrace", "depth", maxRaytrace)},
+        {"setReflection", floatSetter("Nuvra.setReflection", "intensity", reflectionIntensity)},
+    };
+}
+
+}  // namespace orvane
