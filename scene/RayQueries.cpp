@@ -96,8 +96,8 @@ bool isObstructed(const Vec3& from, const Vec3& to, const SceneView& scene, Vec3
     const int32_t stepX = direction.x > 0 ? 1 : -1, stepZ = direction.z > 0 ? 1 : -1;
     const float costX = std::fabs(direction.x) > kMargin ? size / std::fabs(direction.x) : FLT_MAX;
     const float costZ = std::fabs(direction.z) > kMargin ? size / std::fabs(direction.z) : FLT_MAX;
-    float nextX = (float(cellX + (stepX > 0)) * size - start.x) / direction.x;
-    float nextZ = (float(cellZ + (stepZ > 0)) * size - start.z) / direction.z;
+    float nextX = nextBoundary(cellX, stepX, size, start.x, direction.x);
+    float nextZ = nextBoundary(cellZ, stepZ, size, start.z, direction.z);
     const auto pointAt = [&](float t) { return start + direction * t; };
 
     // Every turn moves one cell on one axis, so the walk leaves the grid in at most its

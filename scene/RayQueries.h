@@ -2,6 +2,7 @@
 // of worker threads may call them while no script runs.
 #pragma once
 
+#include <cfloat>
 #include <cmath>
 
 #include "scene/World.h"
@@ -16,6 +17,13 @@ inline Vec3 computeNormal(const Vec3& a, const Vec3& b, const Vec3& c) {
     const Vec3 n = cross(b - a, c - a);
     const float length = std::sqrt(dotProduct(n, n));
     return length > 0 ? Vec3{n.x / length, n.y / length, n.z / length} : n;
+}
+
+// The ray parameter of the next cell boundary on one axis of a grid walk. A ray with no motion
+// on the axis never reaches one (rather than at minus infinity, which would move it backwards).
+inline float nextBoundary(int32_t cell, int32_t cellStep, float size, float origin, float direction) {
+    if (direction == 0.0f) return FLT_MAX;
+    return (float(cell + (cellStep > 0)) * size - origin) / direction;
 }
 
 // Both faces of the triangle corner, corner + edge1, corner + edge2 count; t is above 1e-6.

@@ -66,8 +66,8 @@ struct Walk {
         stepX = direction.x > 0 ? 1 : -1, stepZ = direction.z > 0 ? 1 : -1;
         costX = std::fabs(direction.x) > kEpsilon ? size / std::fabs(direction.x) : FLT_MAX;
         costZ = std::fabs(direction.z) > kEpsilon ? size / std::fabs(direction.z) : FLT_MAX;
-        nextX = (float(cellX + (stepX > 0)) * size - origin.x) / direction.x;
-        nextZ = (float(cellZ + (stepZ > 0)) * size - origin.z) / direction.z;
+        nextX = nextBoundary(cellX, stepX, size, origin.x, direction.x);
+        nextZ = nextBoundary(cellZ, stepZ, size, origin.z, direction.z);
     }
     Vec3 at(float t) const { return origin + direction * t; }
 };
