@@ -169,18 +169,15 @@ bool isObstructed(const Vec3& from, const Vec3& to, const SceneView& scene, Vec3
         if (plane(scene.roofs, float(scene.at(scene.floorsOff, cellX, cellZ)) + size) == Pass::Blocked) return true;
 
         // Step faces between planes of differing heights block whatever their texture.
+        const uint8_t stepMask = scene.stepsAt(cellX, cellZ);
         const auto steps = [&](const std::vector<int32_t>& present, const std::vector<int32_t>& offsets,
-                               float sign, float base) {
+                               float sign, float base, int32_t maskShift) {
             const auto height = [&](int32_t x, int32_t z) {
                 return scene.at(present, x, z) > 0 ? sign * float(scene.at(offsets, x, z)) + base : base;
             };
-            const int32_t dx[] = {-1, 1, 0, 0}, dz[] = {0, 0, -1, 1};
             for (int n = 0; n < 4; ++n) {
-                const int32_t nx = cellX + dx[n], nz = cellZ + dz[n];
-                if (!scene.inside(nx, nz)) continue;
-                const bool here = scene.at(present, cellX, cellZ) > 0, there = scene.at(present, nx, nz) > 0;
-                if (!here && !there) continue;
-                if (here && there && scene.at(offsets, cellX, cellZ) == scene.at(offsets, nx, nz)) continue;
+                if (!(stepMask >> (maskShift + n) & 1)) continue;
+                const int32_t nx = cellX + kNeighbourX[n], nz = cellZ + kNeighbourZ[n];
                 const float hC = height(cellX, cellZ), hN = height(nx, nz);
                 const float lo = std::min(hC, hN), hi = std::max(hC, hN);
                 if (hi - lo <= kStepHeightMin) continue;
@@ -197,8 +194,8 @@ bool isObstructed(const Vec3& from, const Vec3& to, const SceneView& scene, Vec3
             }
             return false;
         };
-        if (steps(scene.floors, scene.roofsOff, -1.0f, 0.0f)) return true;
-        if (steps(scene.roofs, scene.floorsOff, 1.0f, size)) return true;
+        if (stepMask && steps(scene.floors, scene.roofsOff, -1.0f, 0.0f, 0)) return true;
+        if (stepMask && steps(scene.roofs, scene.floorsOff, 1.0f, size, 4)) return true;
 
         if (nextX < nextZ) {
             t = nextX, nextX += costX, cellX += stepX;

@@ -145,19 +145,17 @@ bool SampleTracer::planeHit(const std::vector<int32_t>& grid, float planeY, floa
 
 // B4 to B7: the first step face to a neighbour, in the order x - 1, x + 1, z - 1, z + 1.
 bool SampleTracer::stepHit(bool upper, bool repeat, float limit, float floor, Hit& hit, float& param) const {
+    const uint8_t mask = uint8_t(s.stepsAt(w.cellX, w.cellZ) >> (upper ? 0 : 4)) & 0xF;
+    if (!mask) return false;
     const std::vector<int32_t>& present = upper ? s.floors : s.roofs;
     const std::vector<int32_t>& offsets = upper ? s.roofsOff : s.floorsOff;
     const bool here = s.at(present, w.cellX, w.cellZ) > 0;
     const float size = s.tileSize;
     const float hC = upper ? (here ? -float(s.at(offsets, w.cellX, w.cellZ)) : 0.0f)
                            : (here ? float(s.at(offsets, w.cellX, w.cellZ)) + size : size);
-    const int32_t dx[] = {-1, 1, 0, 0}, dz[] = {0, 0, -1, 1};
     for (int32_t n = 0; n < 4; ++n) {
-        const int32_t nx = w.cellX + dx[n], nz = w.cellZ + dz[n];
-        if (!s.inside(nx, nz)) continue;
-        const bool there = s.at(present, nx, nz) > 0;
-        if (!here && !there) continue;
-        if (here && there && s.at(offsets, w.cellX, w.cellZ) == s.at(offsets, nx, nz)) continue;
+        if (!(mask >> n & 1)) continue;
+        const int32_t nx = w.cellX + kNeighbourX[n], nz = w.cellZ + kNeighbourZ[n];
         const float hN = upper ? -float(s.at(offsets, nx, nz)) : float(s.at(offsets, nx, nz)) + size;
         const float lo = std::min(hC, hN), hi = std::max(hC, hN);
         const bool acrossX = n < 2;

@@ -101,6 +101,20 @@ SceneView makeSceneView() {
     view.floors = flatGrid(floors, view.gridWidth, view.gridHeight);
     view.roofsOff = flatGrid(roofsOff, view.gridWidth, view.gridHeight);
     view.floorsOff = flatGrid(floorsOff, view.gridWidth, view.gridHeight);
+    view.steps.assign(view.walls.size(), 0);
+    for (int32_t x = 0; x < view.gridWidth; ++x)
+        for (int32_t z = 0; z < view.gridHeight; ++z)
+            for (int32_t n = 0; n < 4; ++n) {
+                const int32_t nx = x + kNeighbourX[n], nz = z + kNeighbourZ[n];
+                if (!view.inside(nx, nz)) continue;
+                const auto differ = [&](const std::vector<int32_t>& present, const std::vector<int32_t>& offsets) {
+                    const bool here = view.at(present, x, z) > 0, there = view.at(present, nx, nz) > 0;
+                    return (here || there) && !(here && there && view.at(offsets, x, z) == view.at(offsets, nx, nz));
+                };
+                uint8_t& mask = view.steps[size_t(x) * size_t(view.gridHeight) + size_t(z)];
+                if (differ(view.floors, view.roofsOff)) mask |= uint8_t(1 << n);
+                if (differ(view.roofs, view.floorsOff)) mask |= uint8_t(1 << (4 + n));
+            }
     view.textures.reserve(textures.size());
     for (ImageHandle handle : textures) {
         const NuvraImage* image = handle ? liveNuvraImages.find(handle) : nullptr;

@@ -37,6 +37,9 @@ struct LightSource {
     float radius;
 };
 
+// The four neighbours of a cell, in the order every step test visits them: x - 1, x + 1, z - 1, z + 1.
+constexpr int32_t kNeighbourX[4] = {-1, 1, 0, 0}, kNeighbourZ[4] = {0, 0, -1, 1};
+
 // grid[x][z]: the outer index is the world column x, the inner one the world row z.
 using Grid = std::vector<std::vector<int32_t>>;
 
@@ -72,6 +75,10 @@ struct SceneView {
     float tileSize = 0;
     std::vector<int32_t> walls, roofs, floors, roofsOff, floorsOff;
     std::vector<const NuvraImage*> textures;
+    // Per cell, bit n (n = 0 to 3 for the neighbours x - 1, x + 1, z - 1, z + 1) when the upper
+    // planes of the cell and that neighbour make a step (one has a plane, and not both at one
+    // height), bit 4 + n the same for the lower planes: most cells have none, and skip the tests.
+    std::vector<uint8_t> steps;
     const std::vector<Quad>* faces = nullptr;
     const std::vector<std::vector<std::vector<int32_t>>>* quadGrid = nullptr;
 
@@ -79,6 +86,7 @@ struct SceneView {
     int32_t at(const std::vector<int32_t>& grid, int32_t x, int32_t z) const {
         return grid[size_t(x) * size_t(gridHeight) + size_t(z)];
     }
+    uint8_t stepsAt(int32_t x, int32_t z) const { return steps[size_t(x) * size_t(gridHeight) + size_t(z)]; }
     // The image behind a texture index, or null when the index is not usable.
     const NuvraImage* texture(int32_t index) const {
         return index > 0 && size_t(index) < textures.size() ? textures[size_t(index)] : nullptr;
