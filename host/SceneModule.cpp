@@ -141,6 +141,17 @@ NativeFunction integerSetter(const std::string& label, const std::string& name, 
     };
 }
 
+// A setter of two float globals, both read before either changes.
+NativeFunction floatPairSetter(const std::string& label, const std::string& firstName, const std::string& secondName,
+                               float& first, float& second) {
+    return [=, &first, &second](const VariableArray& args) {
+        const float a = floatValue(requireArg(args, 0, label), label, firstName);
+        const float b = floatValue(requireArg(args, 1, label), label, secondName);
+        first = a, second = b;
+        return Variable();
+    };
+}
+
 // A getter that loses the fraction.
 NativeFunction truncatingGetter(const float& source) {
     return [&source](const VariableArray&) { return Variable(saturatingInt(double(source))); };
@@ -159,27 +170,11 @@ Variable spawnLight(const VariableArray& args) {
     return Variable();
 }
 
-Variable setLightLevel(const VariableArray& args) {
-    const std::string label = "Nuvra.setLightLevel";
-    const float low = floatValue(requireArg(args, 0, label), label, "min");
-    const float high = floatValue(requireArg(args, 1, label), label, "max");
-    minBright = low, maxBright = high;
-    return Variable();
-}
-
 Variable setPlayerHeight(const VariableArray& args) {
     const std::string label = "Nuvra.setPlayerHeight";
     const float height = floatValue(requireArg(args, 0, label), label, "height");
     const float offset = args.size() > 1 ? floatValue(args[1], label, "offset") : 0.0f;
     cameraHeightOffset = height + offset / kHeightOffsetUnits;
-    return Variable();
-}
-
-Variable setPlayerPosition(const VariableArray& args) {
-    const std::string label = "Nuvra.setPlayerPosition";
-    const float x = floatValue(requireArg(args, 0, label), label, "x");
-    const float y = floatValue(requireArg(args, 1, label), label, "y");
-    playerx = x, playery = y;
     return Variable();
 }
 
@@ -215,12 +210,12 @@ ModuleEntries nuvraSceneEntries() {
         {"setSize", floatSetter("Nuvra.setSize", "tileSize", tileSize)},
         {"setQuads", setQuads},
         {"raycast", raycast},
-        {"setLightLevel", setLightLevel},
+        {"setLightLevel", floatPairSetter("Nuvra.setLightLevel", "min", "max", minBright, maxBright)},
         {"spawnLight", spawnLight},
         {"clearLights", [](const VariableArray&) { lights.clear(); return Variable(); }},
         {"setPlayerHeight", setPlayerHeight},
         {"getPlayerHeight", [](const VariableArray&) { return Variable(cameraHeightOffset); }},
-        {"setPlayerPosition", setPlayerPosition},
+        {"setPlayerPosition", floatPairSetter("Nuvra.setPlayerPosition", "x", "y", playerx, playery)},
         {"getPlayerPosition", getPlayerPosition},
         {"setPlayerRotation", floatSetter("Nuvra.setPlayerRotation", "rotation", cameraangle)},
         {"getPlayerRotation", truncatingGetter(cameraangle)},

@@ -285,6 +285,8 @@ int32_t SampleTracer::textureIndex(const Hit& hit) const {
 Rgb SampleTracer::lit(const Vec3& point, const uint8_t* texel) const {
     float bright[3] = {f.minBright, f.minBright, f.minBright};
     for (const LightSource& light : f.lights) {
+        // A radius of 0 or below reaches nothing, also a point right on the light.
+        if (!(light.radius > 0)) continue;
         const float d2 = distanceSquared(point, light.position);
         if (d2 > light.radius * light.radius) continue;
         const float d = std::sqrt(d2);
