@@ -8,7 +8,8 @@ JOBS       ?= 2
 # Debian packages: the engine's build, the tests' oracles, the benchmarks' references.
 PACKAGES = g++ cmake ninja-build ccache qtbase5-dev libgtest-dev libgmock-dev \
            libbenchmark-dev lua5.4 xvfb bc \
-           libpng-dev zlib1g-dev libstb-dev python3-pil imagemagick pngcheck clang libclang-rt-14-dev
+           libpng-dev zlib1g-dev libstb-dev python3-pil imagemagick pngcheck clang libclang-rt-14-dev \
+           libfreetype-dev fonts-dejavu-core fonts-urw-base35 python3-fonttools
 
 .PHONY: deps build run test clean fuzz bench install package deps-aarch64 test-aarch64
 
@@ -51,8 +52,9 @@ package: build
 # The target CPU: cross-built for 64-bit Arm, the script tests and unit tests run under qemu-user,
 # headless. The tests that drive the host's own programs (packaging, X server, fuzzers) stay out.
 AARCH64_BUILD ?= build-aarch64
-AARCH64_PACKAGES = g++-aarch64-linux-gnu qemu-user qtbase5-dev:arm64 libgtest-dev:arm64 libpng-dev:arm64 zlib1g-dev:arm64
-AARCH64_HOST_ONLY = ^(layers|install|host\.command_line|host\.headless_demo|image\.png_judge|threads\.tsan|window\.xvfb_screenshot|codec\.fuzz)$$
+AARCH64_PACKAGES = g++-aarch64-linux-gnu qemu-user qtbase5-dev:arm64 libgtest-dev:arm64 libpng-dev:arm64 zlib1g-dev:arm64 \
+                   libfreetype-dev:arm64
+AARCH64_HOST_ONLY = ^(layers|install|host\.command_line|host\.headless_demo|image\.png_judge|threads\.tsan|window\.xvfb_screenshot|codec\.fuzz|font\.fuzz)$$
 deps-aarch64: deps
 	$(call install-missing,$(AARCH64_PACKAGES),$$SUDO dpkg --add-architecture arm64 &&)
 
@@ -63,11 +65,13 @@ test-aarch64: deps-aarch64
 	cd $(AARCH64_BUILD) && OT_EMULATOR=qemu-aarch64 OT_SCRIPT_TIMEOUT=600 QT_QPA_PLATFORM=offscreen \
 	  ctest --output-on-failure -j $(JOBS) -E '$(AARCH64_HOST_ONLY)'
 
-# Longer fuzzing of the image codecs than `make test` does; FUZZ_TIME seconds per target.
+# Longer fuzzing of the image codecs and the font readers than `make test` does; FUZZ_TIME
+# seconds per target.
 FUZZ_BUILD ?= build-fuzz
 FUZZ_TIME  ?= 600
 fuzz: deps
 	bash tests/codec/fuzz.sh $(FUZZ_BUILD) -max_total_time=$(FUZZ_TIME) -print_final_stats=1
+	bash tests/font/fuzz.sh $(FUZZ_BUILD)/font -max_total_time=$(FUZZ_TIME) -print_final_stats=1
 
 # Benchmarks: a Release build without sanitizers in its own folder, then every benchmark.
 BENCH_BUILD ?= build-bench

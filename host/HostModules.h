@@ -11,6 +11,7 @@ constexpr int32_t kFrameMilliseconds = 41;
 void registerFunctions();
 void registerGlobalHelpers();
 Variable makeOrvaneModule();
+Variable makeFontModule();
 // The constants and flags that scripts share with the engine, in their fixed order.
 void registerEngineConstants();
 // Writes the input globals, in their fixed order, after a fresh poll of the keyboard.

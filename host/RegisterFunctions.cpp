@@ -11,6 +11,7 @@ void registerFunctions() {
     if (ot_has_window()) engine.pushVariable("Metal", makeMetalModule());
     engine.pushVariable("Sailfish", makeSailfishModule());
     engine.pushVariable("Orvane", makeOrvaneModule());
+    engine.pushVariable("Font", makeFontModule());
     engine.pushVariable("Nuvra", makeNuvraModule());
     engine.pushVariable("GLFW", makeGLFWModule());
     registerGlobalHelpers();
