@@ -1,8 +1,12 @@
 // The world of the module Nuvra: the map, quads, lights, camera and tuning, and the raycaster.
+#include <algorithm>
 #include <cstdint>
 
 #include "host/NuvraModule.h"
+#include "host/QuadTables.h"
 #include "image/ImageThreads.h"
+#include "scene/Geometry.h"
+#include "scene/Projection.h"
 #include "scene/Raycast.h"
 #include "scene/World.h"
 
@@ -50,33 +54,6 @@ bool convertTextureTable(const Variable& value, std::vector<ImageHandle>& list) 
             return false;
         }
     }
-    return true;
-}
-
-// A quad table: corners "tl", "tr", "br", "bl" of three script coordinates each, and "texture".
-bool convertQuadValue(const Variable& value, Quad& quad, const std::string& functionName, bool requireTexture) {
-    if (!tablePtr(value)) return false;
-    Vec3* corners[] = {&quad.tl, &quad.tr, &quad.br, &quad.bl};
-    const char* names[] = {"tl", "tr", "br", "bl"};
-    for (int corner = 0; corner < 4; ++corner) {
-        const Variable* point = getFieldValuePtr(value, names[corner]);
-        if (!point || containerLength(*point) != 3) return false;
-        float c[3];
-        for (int32_t i = 0; i < 3; ++i) {
-            const Variable* element = getIndexedValuePtr(*point, i + 1);
-            if (!element) return false;
-            c[i] = floatValue(*element, functionName, "quad coordinate");
-        }
-        *corners[corner] = worldPoint(c[0], c[1], c[2]);
-    }
-    if (const Variable* texture = getFieldValuePtr(value, "texture")) {
-        quad.texture = integerValue(*texture, functionName, "texture");
-    } else if (requireTexture) {
-        return false;
-    } else {
-        quad.texture = 0;
-    }
-    finalizeQuad(quad);
     return true;
 }
 
@@ -203,6 +180,68 @@ Variable raycast(const VariableArray& args) {
     return Variable();
 }
 
+Variable projection(const VariableArray& args) {
+    // Anything but a live image with pixels draws nothing.
+    if (NuvraImage* output = imageArgument(args, 0, "Nuvra.projection", "output")) renderProjectionScene(*output);
+    return Variable();
+}
+
+Variable movePlayerBinding(const VariableArray& args) {
+    const std::string label = "Nuvra.movePlayer";
+    const float distance = floatValue(requireArg(args, 0, label), label, "distance");
+    movePlayer(distance, isTruthy(requireArg(args, 1, label)));
+    return Variable();
+}
+
+Variable dontMovePlayer(const VariableArray& args) {
+    const std::string label = "Nuvra.dontMovePlayer";
+    const float distance = floatValue(requireArg(args, 0, label), label, "distance");
+    const PlanPoint next = steppedPosition(distance, isTruthy(requireArg(args, 1, label)));
+    return returnValues({Variable(saturatingInt(double(next.x))), Variable(saturatingInt(double(next.z)))});
+}
+
+Variable project(const VariableArray& args) {
+    const std::string label = "Nuvra.project";
+    const auto number = [&](size_t i, const char* name) { return floatValue(requireArg(args, i, label), label, name); };
+    const float x = number(0, "x"), y = number(1, "y"), z = number(2, "z"), focus = number(3, "focus");
+    const ScreenPoint point = nuvraProject(x, y, z, focus);
+    return returnValues({Variable(point.x), Variable(point.y)});
+}
+
+// The faces that look at the camera, farthest first.
+Variable sortVertex(const VariableArray& args) {
+    const std::string label = "Nuvra.sortVertex";
+    if (args.size() < 7) bindingError(label, "expected 7 arguments");
+    const auto number = [&](size_t i, const char* name) { return floatValue(args[i], label, name); };
+    const FaceCamera camera{{number(1, "camX"), number(2, "camY"), number(3, "camZ")},
+                            number(4, "yaw"), number(5, "tilt"), number(6, "roll")};
+    // A corner that is missing, or not a table of x, y and z, leaves its face out.
+    const auto corner = [&](const Variable& face, const char* name, Vec3& out) {
+        const Variable* point = getFieldValuePtr(face, name);
+        if (!point || !tablePtr(*point)) return false;
+        const Variable *x = getFieldValuePtr(*point, "x"), *y = getFieldValuePtr(*point, "y"), *z = getFieldValuePtr(*point, "z");
+        if (!x || !y || !z) return false;
+        out = {floatValue(*x, label, "x"), floatValue(*y, label, "y"), floatValue(*z, label, "z")};
+        return true;
+    };
+    std::vector<std::pair<float, const Variable*>> kept;
+    const int32_t length = containerLength(args[0]);
+    for (int32_t index = 1; index <= length; ++index) {
+        const Variable* face = getIndexedValuePtr(args[0], index);
+        if (!face || !tablePtr(*face)) continue;
+        ScriptFace corners{};
+        if (!corner(*face, "topleft", corners.topLeft) || !corner(*face, "topright", corners.topRight) ||
+            !corner(*face, "bottomleft", corners.bottomLeft) || !corner(*face, "bottomright", corners.bottomRight))
+            continue;
+        if (const std::optional<float> depth = visibleFaceDepth(corners, camera)) kept.push_back({*depth, face});
+    }
+    std::stable_sort(kept.begin(), kept.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    VariableArray sorted;
+    sorted.reserve(kept.size());
+    for (const auto& [depth, face] : kept) sorted.push_back(*face);
+    return Variable(std::move(sorted));
+}
+
 }  // namespace
 
 ModuleEntries nuvraSceneEntries() {
@@ -210,6 +249,11 @@ ModuleEntries nuvraSceneEntries() {
         {"setSize", floatSetter("Nuvra.setSize", "tileSize", tileSize)},
         {"setQuads", setQuads},
         {"raycast", raycast},
+        {"projection", projection},
+        {"movePlayer", movePlayerBinding},
+        {"dontMovePlayer", dontMovePlayer},
+        {"project", project},
+        {"sortVertex", sortVertex},
         {"setLightLevel", floatPairSetter("Nuvra.setLightLevel", "min", "max", minBright, maxBright)},
         {"spawnLight", spawnLight},
         {"clearLights", [](const VariableArray&) { lights.clear(); return Variable(); }},

@@ -1,0 +1,211 @@
+#include "scene/Projection.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "scene/RayQueries.h"
+#include "scene/World.h"
+
+namespace orvane {
+
+namespace {
+
+constexpr float kNear = 0.02f;
+constexpr float kLeastFov = 0.0001f;
+constexpr float kSameDepth = 1e-8f;
+constexpr float kFlatTriangle = 1e-6f;
+constexpr float kStepHeightMin = 0.001f;
+// A quad clipped by one plane has at most five corners.
+constexpr size_t kMostClipped = 8;
+
+struct CameraVertex {
+    float x, y, z, u, v;
+};
+
+struct ScreenVertex {
+    float x, y, z, iz, uz, vz;
+};
+
+uint8_t clampedByte(float value) {
+    if (!(value > 0.0f)) return 0;
+    return value >= 255.0f ? 255 : uint8_t(value);
+}
+
+// The frame's camera, its depth buffer and its target.
+class Projector {
+public:
+    Projector(NuvraImage& output, const SceneView& scene) : out(output), s(scene) {
+        const float cosA = std::cos(cameraangle), sinA = std::sin(cameraangle);
+        const float cosT = std::cos(cameratilt), sinT = std::sin(cameratilt);
+        forward = {cosA * cosT, sinT, sinA * cosT};
+        right = {-sinA, 0, cosA};
+        up = {-cosA * sinT, cosT, -sinA * sinT};
+        hF = std::max(hFOV, kLeastFov);
+        vF = std::max(float(output.height) / float(output.width) * hFOV, kLeastFov);
+        const int32_t cellX = truncatedIndex(playerx / tileSize), cellZ = truncatedIndex(playery / tileSize);
+        const float standing = scene.inside(cellX, cellZ) ? float(scene.at(scene.floorsOff, cellX, cellZ)) : 0.0f;
+        eye = {playerx, tileSize + standing - cameraHeightOffset, playery};
+        depth.assign(size_t(output.width) * size_t(output.height), std::numeric_limits<float>::infinity());
+    }
+
+    // Clips the quad at the near plane, splits it into a fan and fills each triangle.
+    void emit(int32_t textureIndex, const Vec3& c0, const Vec3& c1, const Vec3& c2, const Vec3& c3) {
+        const NuvraImage* image = s.texture(textureIndex);
+        if (!image) return;
+        const Vec3 corners[4] = {c0, c1, c2, c3};
+        const float us[4] = {0, 1, 1, 0}, vs[4] = {0, 0, 1, 1};
+        std::array<CameraVertex, 4> quad;
+        for (int i = 0; i < 4; ++i) {
+            const Vec3 d = corners[i] - eye;
+            quad[size_t(i)] = {dotProduct(d, right), dotProduct(d, up), dotProduct(d, forward), us[i], vs[i]};
+        }
+        std::array<CameraVertex, kMostClipped> clipped;
+        size_t count = 0;
+        for (size_t i = 0; i < 4; ++i) {
+            const CameraVertex& a = quad[i];
+            const CameraVertex& b = quad[(i + 1) % 4];
+            const bool aIn = a.z >= kNear, bIn = b.z >= kNear;
+            if (aIn && bIn) {
+                clipped[count++] = b;
+            } else if (aIn != bIn) {
+                if (std::fabs(b.z - a.z) >= kSameDepth) {
+                    const float t = (kNear - a.z) / (b.z - a.z);
+                    clipped[count++] = {a.x + (b.x - a.x) * t, a.y + (b.y - a.y) * t, kNear, a.u + (b.u - a.u) * t,
+                                        a.v + (b.v - a.v) * t};
+                }
+                if (bIn) clipped[count++] = b;
+            }
+        }
+        if (count <= 2) return;
+        std::array<ScreenVertex, kMostClipped> screen;
+        for (size_t i = 0; i < count; ++i) {
+            const CameraVertex& c = clipped[i];
+            screen[i] = {(c.x / (c.z * hF) + 1) * 0.5f * float(out.width), (c.y / (c.z * vF) + 1) * 0.5f * float(out.height),
+                         c.z, 1 / c.z, c.u / c.z, c.v / c.z};
+        }
+        for (size_t i = 1; i + 1 < count; ++i) fill(screen[0], screen[i], screen[i + 1], *image);
+    }
+
+private:
+    void fill(const ScreenVertex& a, const ScreenVertex& b, const ScreenVertex& c, const NuvraImage& image) {
+        const float area = (b.x - a.x) * (c.y - a.y) - (b.y - a.y) * (c.x - a.x);
+        if (!(std::fabs(area) >= kFlatTriangle)) return;  // NaN corners draw nothing too
+        const float lowX = std::min({a.x, b.x, c.x}), highX = std::max({a.x, b.x, c.x});
+        const float lowY = std::min({a.y, b.y, c.y}), highY = std::max({a.y, b.y, c.y});
+        const int32_t x0 = std::max(0, truncatedIndex(std::floor(lowX), 0));
+        const int32_t x1 = std::min(out.width - 1, truncatedIndex(std::ceil(highX), out.width - 1));
+        const int32_t y0 = std::max(0, truncatedIndex(std::floor(lowY), 0));
+        const int32_t y1 = std::min(out.height - 1, truncatedIndex(std::ceil(highY), out.height - 1));
+        for (int32_t y = y0; y <= y1; ++y) {
+            const float py = float(y) + 0.5f;
+            // The factors of each weight that only depend on the row.
+            const float ay = a.y - py, by = b.y - py, cy = c.y - py;
+            for (int32_t x = x0; x <= x1; ++x) {
+                const float px = float(x) + 0.5f;
+                float wa = (b.x - px) * cy - by * (c.x - px);
+                float wb = (c.x - px) * ay - cy * (a.x - px);
+                float wc = (a.x - px) * by - ay * (b.x - px);
+                const bool negative = wa < 0 || wb < 0 || wc < 0, positive = wa > 0 || wb > 0 || wc > 0;
+                if (negative && positive) continue;
+                wa /= area, wb /= area, wc /= area;
+                const float iz = wa * a.iz + wb * b.iz + wc * c.iz;
+                if (!(iz > 0)) continue;
+                const float z = 1 / iz;
+                float& stored = depth[size_t(y) * size_t(out.width) + size_t(x)];
+                if (z <= kNear || z > maxDistance || z >= stored) continue;
+                float u = (wa * a.uz + wb * b.uz + wc * c.uz) * z, v = (wa * a.vz + wb * b.vz + wc * c.vz) * z;
+                u -= std::floor(u), v -= std::floor(v);
+                if (u < 0) u += 1;
+                if (v < 0) v += 1;
+                const int32_t column = std::clamp(truncatedIndex(float(image.width) * u, 0), 0, image.width - 1);
+                const int32_t row = std::clamp(truncatedIndex(float(image.height) * v, 0), 0, image.height - 1);
+                const uint8_t* texel = image.pixels + (size_t(row) * size_t(image.width) + size_t(column)) * 4;
+                uint8_t* pixel = out.pixels + (size_t(y) * size_t(out.width) + size_t(x)) * 4;
+                if (texel[3] == 0) continue;
+                if (texel[3] == 255) {
+                    pixel[0] = texel[0], pixel[1] = texel[1], pixel[2] = texel[2], pixel[3] = 255;
+                    stored = z;
+                } else {
+                    blendPixelOver(pixel, texel);
+                }
+            }
+        }
+    }
+
+    NuvraImage& out;
+    const SceneView& s;
+    Vec3 eye{}, forward{}, right{}, up{};
+    float hF = 0, vF = 0;
+    std::vector<float> depth;
+};
+
+}  // namespace
+
+void blendPixelOver(uint8_t* destination, const uint8_t* source) {
+    const float sa = float(source[3]) / 255.0f, da = float(destination[3]) / 255.0f;
+    if (sa <= 0) return;
+    const float oa = sa + (1 - sa) * da;
+    if (oa <= 0) {
+        destination[0] = destination[1] = destination[2] = destination[3] = 0;
+        return;
+    }
+    for (int i = 0; i < 3; ++i) {
+        const float channel = (float(source[i]) / 255.0f * sa + float(destination[i]) / 255.0f * da * (1 - sa)) / oa;
+        destination[i] = clampedByte(channel * 255.0f);
+    }
+    destination[3] = clampedByte(oa * 255.0f);
+}
+
+void renderProjectionScene(NuvraImage& output) {
+    if (!output.pixels || output.width < 1 || output.height < 1) return;
+    const uint8_t fog[4] = {clampedByte(fogR), clampedByte(fogG), clampedByte(fogB), 255};
+    for (size_t i = 0; i < size_t(output.width) * size_t(output.height); ++i)
+        std::copy(fog, fog + 4, output.pixels + i * 4);
+    const SceneView scene = makeSceneView();
+    Projector projector(output, scene);
+    const float size = scene.tileSize;
+    // Outside the grid every cell reads 0, so sides at the map's edge are drawn.
+    const auto cell = [&](const std::vector<int32_t>& grid, int32_t x, int32_t z) {
+        return scene.inside(x, z) ? scene.at(grid, x, z) : 0;
+    };
+    for (int32_t x = 0; x < scene.gridWidth; ++x) {
+        for (int32_t z = 0; z < scene.gridHeight; ++z) {
+            const float x0 = float(x) * size, x1 = float(x + 1) * size, z0 = float(z) * size, z1 = float(z + 1) * size;
+            const int32_t wall = cell(scene.walls, x, z), upper = cell(scene.floors, x, z), lower = cell(scene.roofs, x, z);
+            const float yT = upper > 0 ? -float(cell(scene.roofsOff, x, z)) : 0.0f;
+            const float yB = lower > 0 ? float(cell(scene.floorsOff, x, z)) + size : size;
+            if (wall > 0) {
+                if (cell(scene.walls, x - 1, z) < 1) projector.emit(wall, {x0, yT, z0}, {x0, yT, z1}, {x0, yB, z1}, {x0, yB, z0});
+                if (cell(scene.walls, x + 1, z) < 1) projector.emit(wall, {x1, yT, z1}, {x1, yT, z0}, {x1, yB, z0}, {x1, yB, z1});
+                if (cell(scene.walls, x, z - 1) < 1) projector.emit(wall, {x1, yT, z0}, {x0, yT, z0}, {x0, yB, z0}, {x1, yB, z0});
+                if (cell(scene.walls, x, z + 1) < 1) projector.emit(wall, {x0, yT, z1}, {x1, yT, z1}, {x1, yB, z1}, {x0, yB, z1});
+            }
+            if (upper > 0) projector.emit(upper, {x0, yT, z0}, {x1, yT, z0}, {x1, yT, z1}, {x0, yT, z1});
+            if (lower > 0) projector.emit(lower, {x0, yB, z1}, {x1, yB, z1}, {x1, yB, z0}, {x0, yB, z0});
+            // Steps toward the next cell in x, then in z: upper planes, then lower planes.
+            for (int axis = 0; axis < 2; ++axis) {
+                const int32_t nx = x + (axis == 0), nz = z + (axis == 1);
+                if (!scene.inside(nx, nz)) continue;
+                const int32_t upperN = cell(scene.floors, nx, nz), lowerN = cell(scene.roofs, nx, nz);
+                const float yTN = upperN > 0 ? -float(cell(scene.roofsOff, nx, nz)) : 0.0f;
+                const float yBN = lowerN > 0 ? float(cell(scene.floorsOff, nx, nz)) + size : size;
+                const auto step = [&](float here, float there, int32_t own, int32_t neighbour) {
+                    if (!(std::fabs(here - there) > kStepHeightMin)) return;
+                    const int32_t texture = own < 1 ? neighbour : own;
+                    if (texture <= 0) return;
+                    const float lo = std::min(here, there), hi = std::max(here, there);
+                    if (axis == 0) projector.emit(texture, {x1, lo, z0}, {x1, lo, z1}, {x1, hi, z1}, {x1, hi, z0});
+                    else projector.emit(texture, {x0, lo, z1}, {x1, lo, z1}, {x1, hi, z1}, {x0, hi, z1});
+                };
+                step(yT, yTN, upper, upperN);
+                step(yB, yBN, lower, lowerN);
+            }
+        }
+    }
+    for (const Quad& quad : faces) projector.emit(quad.texture, quad.tl, quad.tr, quad.br, quad.bl);
+}
+
+}  // namespace orvane
