@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <charconv>
 #include <cstdlib>
 
 namespace orvane::font {
@@ -29,20 +30,17 @@ bool parse_ascii_int(const Bytes& bytes, size_t& position, int32_t& out) {
 
 bool parse_ascii_double(const Bytes& bytes, size_t& position, double& out) {
     skip_spaces(bytes, position);
-    // Only the characters a decimal number can hold are copied, so strtod stays inside the bytes.
-    constexpr size_t kLongestNumber = 64;
-    std::string text;
-    for (size_t p = position; p < bytes.size() && text.size() < kLongestNumber; ++p) {
-        const char c = char(bytes[p]);
-        if (!((c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.' || c == 'e' || c == 'E')) break;
-        text += c;
-    }
-    if (text.empty()) return false;
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    if (end == text.c_str()) return false;
+    // from_chars reads the number whatever the process's locale says a decimal point is; it
+    // takes no plus sign, so one is stepped over here.
+    const char* const begin = reinterpret_cast<const char*>(bytes.data()) + position;
+    const char* const end = reinterpret_cast<const char*>(bytes.data()) + bytes.size();
+    const char* first = begin < end && *begin == '+' ? begin + 1 : begin;
+    if (first < end && *first == '-' && begin != first) return false;  // "+-" is no number
+    double value = 0;
+    const auto [stop, error] = std::from_chars(first, end, value);
+    if (error != std::errc()) return false;
     out = value;
-    position += size_t(end - text.c_str());
+    position += size_t(stop - begin);
     return true;
 }
 

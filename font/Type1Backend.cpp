@@ -12,11 +12,6 @@ constexpr uint8_t kSegmentMarker = 0x80;
 constexpr uint8_t kClearSegment = 1, kEncryptedSegment = 2, kEndSegment = 3;
 constexpr size_t kSegmentHeader = 6;  // marker, type, 32-bit little-endian length
 
-// Bitmap pixels times segments, the rasteriser's work for one glyph. A line-only glyph of a
-// hundred segments stays within it up to about 580 by 580 pixels; beyond it a glyph is blank
-// with its advance, so that a file with a huge or busy outline cannot stall the text.
-constexpr double kMaxRasterWork = double(1 << 25);
-
 // Both ciphers: the same recurrence with a different starting key; `prefix` plain bytes are
 // random padding and are dropped.
 Bytes decrypt(const Bytes& bytes, uint16_t key, size_t prefix) {
@@ -121,6 +116,7 @@ bool Type1Backend::load(Bytes bytes) {
 bool Type1Backend::parse_clear_text(const Bytes& clear) {
     size_t position = find_bytes(clear, "/FontBBox", 0);
     if (position != kNotFound) {
+        position += 9;
         while (position < clear.size() && clear[position] != '{' && clear[position] != '[') ++position;
         double left = 0, bottom = 0, right = 0, top = 0;
         if (position < clear.size() && parse_ascii_double(clear, ++position, left) &&
@@ -228,21 +224,12 @@ GlyphBitmap Type1Backend::rasterize_glyph(const std::string& name, double scale)
     if (!program) program = charstring(".notdef");
     if (!program) return {};
     Type1Interpreter interpreter(*this, scale);
-    GlyphBitmap blank;
     if (!interpreter.execute(*program, 0)) {
+        GlyphBitmap blank;
         blank.advance = interpreter.advance();
         return blank;
     }
-    const OutlineBuilder& builder = interpreter.builder();
-    if (builder.has_bounds()) {
-        const double pixels = (builder.max_x() - builder.min_x() + 3) * (builder.max_y() - builder.min_y() + 3);
-        // Written so that a NaN bound also counts as too much work.
-        if (!(pixels * double(builder.segments().size()) <= kMaxRasterWork)) {
-            blank.advance = interpreter.advance();
-            return blank;
-        }
-    }
-    GlyphBitmap bitmap = rasterize_outline(builder, interpreter.advance());
+    GlyphBitmap bitmap = rasterize_outline(interpreter.builder(), interpreter.advance());
     trim_transparent_edges(bitmap);
     return bitmap;
 }
