@@ -1,5 +1,6 @@
 // Glyph outlines: simple glyphs to explicit contours, composites through their transforms, and
 // the contours drawn into an OutlineBuilder.
+#include <tuple>
 #include <utility>
 
 #include "font/TrueTypeBackend.h"
@@ -104,7 +105,8 @@ bool TrueTypeBackend::append_simple_glyph(size_t offset, size_t length, int16_t 
         if (flag & kRepeat) {
             if (!can_read(bytes_, at, 1)) return false;
             // A last repeat may run past the count; the surplus is dropped.
-            for (uint8_t repeat = bytes_[at++]; repeat > 0 && flags.size() < pointCount; --repeat) flags.push_back(flag);
+            for (uint8_t repeat = bytes_[at++]; repeat > 0 && flags.size() < pointCount; --repeat)
+                flags.push_back(flag);
         }
     }
 
@@ -179,6 +181,7 @@ bool TrueTypeBackend::append_composite_glyph(size_t offset, size_t length, const
         }
         // Anchoring a component by matching point numbers is not supported.
         if (!(flags & kArgsAreXY)) return false;
+        // Read in the order m00, m01, m10, m11; m01 multiplies y in x', m10 multiplies x in y'.
         double m00 = 1, m01 = 0, m10 = 0, m11 = 1;
         if (flags & kHasScale) {
             if (!can_read(bytes_, at, 2)) return false;
