@@ -112,6 +112,35 @@ TEST(TextOutline, RasterisingKeepsAPixelOfMarginAndCountsSixteenSamples) {
     EXPECT_EQ(blank.advance, 7.5);
 }
 
+// The rasteriser sweeps each row of samples over its crossings; this is the rule it shortcuts,
+// sample by sample, and the two must agree on every pixel of busy, overlapping outlines.
+TEST(TextOutline, RowSweepGivesTheWindingRulesCoverage) {
+    uint32_t seed = 12345;
+    const auto next = [&seed] { return (seed = seed * 1103515245u + 12345u) >> 8 & 0xFFFF; };
+    for (int glyph = 0; glyph < 20; ++glyph) {
+        OutlineBuilder builder;
+        for (int contour = 0; contour < 3; ++contour) {
+            builder.move_to({next() % 400 / 16.0, next() % 400 / 16.0});
+            for (int point = 0; point < 6; ++point) {
+                const Point p0{next() % 400 / 16.0, next() % 400 / 16.0}, p1{next() % 400 / 16.0, next() % 400 / 16.0};
+                if (point % 2) flatten_quadratic(builder, {next() % 400 / 16.0, next() % 400 / 16.0}, p0, p1);
+                else builder.line_to(p1);
+            }
+            builder.close_contour();
+        }
+        const GlyphBitmap swept = rasterize_outline(builder, 0);
+        for (int32_t r = 0; r < swept.height; ++r)
+            for (int32_t c = 0; c < swept.width; ++c) {
+                int inside = 0;
+                for (int j = 0; j < 4; ++j)
+                    for (int i = 0; i < 4; ++i)
+                        inside += point_winding(builder.segments(), swept.left + c + 0.125 + i * 0.25,
+                                                swept.top - r - 0.125 - j * 0.25) != 0;
+                ASSERT_EQ(swept.pixels[size_t(r) * swept.width + c], inside * 255 / 16) << glyph << ": " << c << "," << r;
+            }
+    }
+}
+
 TEST(TextDecoding, BadBytesBecomeReplacementsAndDecodingResumes) {
     EXPECT_EQ(decode_utf8("a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"), std::vector<uint32_t>({'a', 0xE9, 0x20AC, 0x1F600}));
     EXPECT_EQ(decode_utf8("\xE4"), std::vector<uint32_t>({0xFFFD}));
