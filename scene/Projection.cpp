@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -28,6 +29,16 @@ struct CameraVertex {
 struct ScreenVertex {
     float x, y, z, iz, uz, vz;
 };
+
+// The fraction of a texture coordinate, as value minus its floor, without the library call that
+// floor becomes on baseline x86-64: exact wherever a float's truncation fits an int.
+float wrapped(float value) {
+    constexpr float kIntRange = 2147483520.0f;  // the largest float below 2^31
+    if (!(std::fabs(value) < kIntRange)) return value - std::floor(value);
+    const float whole = float(int32_t(value));
+    const float fraction = value - (whole > value ? whole - 1 : whole);
+    return fraction < 0 ? fraction + 1 : fraction;
+}
 
 uint8_t clampedByte(float value) {
     if (!(value > 0.0f)) return 0;
@@ -99,11 +110,41 @@ private:
         const int32_t x1 = std::min(out.width - 1, truncatedIndex(std::ceil(highX), out.width - 1));
         const int32_t y0 = std::max(0, truncatedIndex(std::floor(lowY), 0));
         const int32_t y1 = std::min(out.height - 1, truncatedIndex(std::ceil(highY), out.height - 1));
+        // Byte stores may alias anything, so everything the pixel loop reads is held in locals.
+        uint8_t* const pixels = out.pixels;
+        float* const depths = depth.data();
+        const size_t stride = size_t(out.width);
+        const uint8_t* const texels = image.pixels;
+        const int32_t textureWidth = image.width, textureHeight = image.height;
+        const float farthest = maxDistance;
+        const double side = area > 0 ? 1.0 : -1.0;
+        const double widest = std::max(std::fabs(double(x0)), std::fabs(double(x1))) + 1;
         for (int32_t y = y0; y <= y1; ++y) {
             const float py = float(y) + 0.5f;
             // The factors of each weight that only depend on the row.
             const float ay = a.y - py, by = b.y - py, cy = c.y - py;
-            for (int32_t x = x0; x <= x1; ++x) {
+            // Along the row each weight is linear in x; where it takes the wrong sign for this
+            // winding, no pixel can be inside. The span is widened by far more than the rounding
+            // of the weights can move an edge, so the exact test below still decides every pixel
+            // it could decide either way.
+            double low = x0, high = x1;
+            const auto narrow = [&](float px0, float q0, float r0, float px1) {
+                // The weight (px0 - px) * q0 - r0 * (px1 - px) = k + s * px.
+                const double k = double(px0) * q0 - double(r0) * px1, s = double(r0) - q0;
+                if (s == 0) return;
+                const double root = -k / s;
+                const double margin = 1e-5 * (std::fabs(k) + std::fabs(s) * widest) / std::fabs(s) + 2;
+                if (s * side > 0) low = std::max(low, root - margin - 0.5);
+                else high = std::min(high, root + margin - 0.5);
+            };
+            if (!projectionScansWholeBoxes) {
+                narrow(b.x, cy, by, c.x);
+                narrow(c.x, ay, cy, a.x);
+                narrow(a.x, by, ay, b.x);
+            }
+            const int32_t first = int32_t(std::max(double(x0), std::floor(low)));
+            const int32_t last = int32_t(std::min(double(x1), std::ceil(high)));
+            for (int32_t x = first; x <= last; ++x) {
                 const float px = float(x) + 0.5f;
                 float wa = (b.x - px) * cy - by * (c.x - px);
                 float wb = (c.x - px) * ay - cy * (a.x - px);
@@ -114,19 +155,17 @@ private:
                 const float iz = wa * a.iz + wb * b.iz + wc * c.iz;
                 if (!(iz > 0)) continue;
                 const float z = 1 / iz;
-                float& stored = depth[size_t(y) * size_t(out.width) + size_t(x)];
-                if (z <= kNear || z > maxDistance || z >= stored) continue;
-                float u = (wa * a.uz + wb * b.uz + wc * c.uz) * z, v = (wa * a.vz + wb * b.vz + wc * c.vz) * z;
-                u -= std::floor(u), v -= std::floor(v);
-                if (u < 0) u += 1;
-                if (v < 0) v += 1;
-                const int32_t column = std::clamp(truncatedIndex(float(image.width) * u, 0), 0, image.width - 1);
-                const int32_t row = std::clamp(truncatedIndex(float(image.height) * v, 0), 0, image.height - 1);
-                const uint8_t* texel = image.pixels + (size_t(row) * size_t(image.width) + size_t(column)) * 4;
-                uint8_t* pixel = out.pixels + (size_t(y) * size_t(out.width) + size_t(x)) * 4;
+                float& stored = depths[size_t(y) * stride + size_t(x)];
+                if (z <= kNear || z > farthest || z >= stored) continue;
+                const float u = wrapped((wa * a.uz + wb * b.uz + wc * c.uz) * z);
+                const float v = wrapped((wa * a.vz + wb * b.vz + wc * c.vz) * z);
+                const int32_t column = std::clamp(truncatedIndex(float(textureWidth) * u, 0), 0, textureWidth - 1);
+                const int32_t row = std::clamp(truncatedIndex(float(textureHeight) * v, 0), 0, textureHeight - 1);
+                const uint8_t* texel = texels + (size_t(row) * size_t(textureWidth) + size_t(column)) * 4;
+                uint8_t* pixel = pixels + (size_t(y) * stride + size_t(x)) * 4;
                 if (texel[3] == 0) continue;
                 if (texel[3] == 255) {
-                    pixel[0] = texel[0], pixel[1] = texel[1], pixel[2] = texel[2], pixel[3] = 255;
+                    std::memcpy(pixel, texel, 4);
                     stored = z;
                 } else {
                     blendPixelOver(pixel, texel);
@@ -143,6 +182,8 @@ private:
 };
 
 }  // namespace
+
+bool projectionScansWholeBoxes = false;
 
 void blendPixelOver(uint8_t* destination, const uint8_t* source) {
     const float sa = float(source[3]) / 255.0f, da = float(destination[3]) / 255.0f;

@@ -10,6 +10,10 @@ namespace orvane {
 // Does nothing unless `output` has pixels and both sizes are above 0.
 void renderProjectionScene(NuvraImage& output);
 
+// Set, each triangle tests every pixel of its box, the plain route that the row spans shortcut;
+// for the test that compares the two.
+extern bool projectionScansWholeBoxes;
+
 // Straight alpha `source` over `destination`, both RGBA.
 void blendPixelOver(uint8_t* destination, const uint8_t* source);
 

@@ -42,12 +42,6 @@ const std::vector<int32_t> kNoQuads;
 
 }  // namespace
 
-int32_t truncatedIndex(float value, int32_t outside) {
-    // 2^31 is exact in float; every float below it truncates into the int range.
-    if (!(value > -2147483648.0f && value < 2147483648.0f)) return outside;
-    return int32_t(value);
-}
-
 int32_t gridWidthOf(const Grid& grid) { return int32_t(std::min<size_t>(grid.size(), INT32_MAX)); }
 int32_t gridHeightOf(const Grid& grid) { return grid.empty() ? 0 : int32_t(std::min<size_t>(grid[0].size(), INT32_MAX)); }
 

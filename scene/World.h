@@ -65,7 +65,11 @@ int32_t gridHeightOf(const Grid& grid);
 
 // Truncation toward zero into a cell or pixel index; NaN and values beyond the int range give
 // `outside`, so that no float ever reaches an undefined conversion.
-int32_t truncatedIndex(float value, int32_t outside = -1);
+inline int32_t truncatedIndex(float value, int32_t outside = -1) {
+    // 2^31 is exact in float; every float below it truncates into the int range.
+    if (!(value > -2147483648.0f && value < 2147483648.0f)) return outside;
+    return int32_t(value);
+}
 
 // A frame's read-only copy of the world, made on the script thread before workers start: flat
 // grids padded to the shape of `walls` (so ragged or mismatched grids read as empty cells) and
