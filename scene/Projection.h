@@ -10,8 +10,8 @@ namespace orvane {
 // Does nothing unless `output` has pixels and both sizes are above 0.
 void renderProjectionScene(NuvraImage& output);
 
-// Set, each triangle tests every pixel of its box, the plain route that the row spans shortcut;
-// for the test that compares the two.
+// Set, each triangle tests every pixel of its box one at a time: the plain route that the row
+// spans and four-pixel groups shortcut, for the test that compares the two.
 extern bool projectionScansWholeBoxes;
 
 // Straight alpha `source` over `destination`, both RGBA.
