@@ -9,7 +9,8 @@ JOBS       ?= 2
 PACKAGES = g++ cmake ninja-build ccache qtbase5-dev libgtest-dev libgmock-dev \
            libbenchmark-dev lua5.4 xvfb bc \
            libpng-dev zlib1g-dev libstb-dev python3-pil imagemagick pngcheck clang libclang-rt-14-dev \
-           libfreetype-dev fonts-dejavu-core fonts-urw-base35 python3-fonttools
+           libjpeg-turbo-progs libjpeg62-turbo-dev \
+           libfreetype-dev fonts-dejavu-core fonts-urw-base35 python3-fonttools sox libsox-fmt-all ruby
 
 .PHONY: deps build run test clean fuzz bench install package deps-aarch64 test-aarch64
 
@@ -54,7 +55,7 @@ package: build
 AARCH64_BUILD ?= build-aarch64
 AARCH64_PACKAGES = g++-aarch64-linux-gnu qemu-user qtbase5-dev:arm64 libgtest-dev:arm64 libpng-dev:arm64 zlib1g-dev:arm64 \
                    libfreetype-dev:arm64
-AARCH64_HOST_ONLY = ^(layers|install|host\.command_line|host\.headless_demo|image\.png_judge|threads\.tsan|window\.xvfb_screenshot|codec\.fuzz|font\.fuzz)$$
+AARCH64_HOST_ONLY = ^(layers|install|host\.command_line|host\.headless_demo|image\.png_judge|threads\.tsan|window\.xvfb_screenshot|codec\.fuzz|font\.fuzz|audio\.fuzz|ai\.fuzz|ruby\.fuzz|ruby\.differential)$$
 deps-aarch64: deps
 	$(call install-missing,$(AARCH64_PACKAGES),$$SUDO dpkg --add-architecture arm64 &&)
 
@@ -65,13 +66,16 @@ test-aarch64: deps-aarch64
 	cd $(AARCH64_BUILD) && OT_EMULATOR=qemu-aarch64 OT_SCRIPT_TIMEOUT=600 QT_QPA_PLATFORM=offscreen \
 	  ctest --output-on-failure -j $(JOBS) -E '$(AARCH64_HOST_ONLY)'
 
-# Longer fuzzing of the image codecs and the font readers than `make test` does; FUZZ_TIME
+# Longer fuzzing of the image codecs, the font readers and the WAV reader than `make test` does; FUZZ_TIME
 # seconds per target.
 FUZZ_BUILD ?= build-fuzz
 FUZZ_TIME  ?= 600
 fuzz: deps
 	bash tests/codec/fuzz.sh $(FUZZ_BUILD) -max_total_time=$(FUZZ_TIME) -print_final_stats=1
 	bash tests/font/fuzz.sh $(FUZZ_BUILD)/font -max_total_time=$(FUZZ_TIME) -print_final_stats=1
+	bash tests/audio/fuzz.sh $(FUZZ_BUILD)/audio -max_total_time=$(FUZZ_TIME) -print_final_stats=1
+	bash tests/ai/fuzz.sh $(FUZZ_BUILD)/ai -max_total_time=$(FUZZ_TIME) -print_final_stats=1
+	bash tests/ruby/fuzz.sh $(FUZZ_BUILD)/ruby -max_total_time=$(FUZZ_TIME) -print_final_stats=1
 
 # Benchmarks: a Release build without sanitizers in its own folder, then every benchmark.
 BENCH_BUILD ?= build-bench
@@ -80,6 +84,7 @@ bench: build
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	bash bench/run.sh $(BENCH_BUILD)
 	bash bench/scripts.sh $(BUILD)/orvanetide
+	bash bench/ruby.sh $(BUILD)/orvaneruby
 
 clean:
 	rm -rf $(BUILD) $(TEST_BUILD) $(FUZZ_BUILD) $(BENCH_BUILD) $(AARCH64_BUILD)

@@ -1,6 +1,7 @@
 // Byte order helpers and overflow-checked size arithmetic shared by all readers and writers.
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -25,6 +26,10 @@ inline bool compute_pixel_count(uint64_t width, uint64_t height, uint64_t& count
 inline uint32_t read_u32_be(const uint8_t* p) {
     return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
 }
+inline uint16_t read_u16_be(const uint8_t* p) { return uint16_t(p[0] << 8 | p[1]); }
+inline int32_t read_s32_be(const uint8_t* p) { return int32_t(read_u32_be(p)); }
+inline uint64_t read_u64_be(const uint8_t* p) { return uint64_t(read_u32_be(p)) << 32 | read_u32_be(p + 4); }
+inline float read_f32_be(const uint8_t* p) { return std::bit_cast<float>(read_u32_be(p)); }
 inline uint16_t read_u16_le(const uint8_t* p) { return uint16_t(p[0] | p[1] << 8); }
 inline uint32_t read_u32_le(const uint8_t* p) {
     return uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
@@ -49,6 +54,16 @@ inline void append_u32_be(std::vector<uint8_t>& out, uint32_t v) {
     uint8_t b[4];
     write_u32_be(b, v);
     out.insert(out.end(), b, b + 4);
+}
+
+// Rounded to the nearest integer, halves away from zero, and clamped to 0..255. Clamping first
+// gives the same result, as the bounds are integers, and leaves only halves upwards to round:
+// with v = n + f, floor(2v) - floor(v) is n + 1 exactly when f >= 0.5 (2v is exact). No
+// branches, so loops of it vectorise.
+inline uint8_t clamp_to_u8(double v) {
+    v = v < 0.0 ? 0.0 : v;
+    v = v > 255.0 ? 255.0 : v;
+    return uint8_t(int(v + v) - int(v));
 }
 
 inline bool write_bytes(std::FILE* file, const void* data, size_t size) {

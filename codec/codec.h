@@ -36,5 +36,9 @@ bool save_rgba8_file(const char* path, const uint8_t* pixels, int32_t width, int
 bool save_bmp_rgba8_file(const char* path, const uint8_t* pixels, int32_t width, int32_t height);
 bool save_tga_rgba8_file(const char* path, const uint8_t* pixels, int32_t width, int32_t height);
 bool save_rei_rgba8_file(const char* path, const uint8_t* pixels, int32_t width, int32_t height);
+// Baseline JPEG at one fixed quality, alpha dropped; fails past 65535 pixels a side.
+bool save_jpeg_rgba8_file(const char* path, const uint8_t* pixels, int32_t width, int32_t height);
+// XCF with one uncompressed RGBA layer.
+bool save_xcf_rgba8_file(const char* path, const uint8_t* pixels, int32_t width, int32_t height);
 
 }  // namespace ot::png

@@ -72,8 +72,10 @@ bool load_memory(const uint8_t* data, size_t size, Image& image) {
             case kFormatPng: ok = load_png_memory(data, size, image); break;
             case kFormatBmp: ok = load_bmp_memory(data, size, image); break;
             case kFormatTga: ok = load_tga_memory(data, size, image); break;
+            case kFormatJpeg: ok = load_jpeg_memory(data, size, image); break;
+            case kFormatXcf: ok = load_xcf_memory(data, size, image); break;
             case kFormatRei: ok = load_rei_memory(data, size, image); break;
-            default: ok = false; break;  // JPEG and XCF readers are not part of this library yet
+            default: ok = false; break;
         }
     } catch (const std::bad_alloc&) {
         ok = false;
@@ -111,6 +113,16 @@ bool save_tga_rgba8_file(const char* path, const uint8_t* pixels, int32_t width,
 bool save_rei_rgba8_file(const char* path, const uint8_t* pixels, int32_t width, int32_t height) {
     return writer_arguments_ok(path, pixels, width, height) &&
            save_rei_rgba8_file_impl(path, pixels, uint32_t(width), uint32_t(height));
+}
+
+bool save_jpeg_rgba8_file(const char* path, const uint8_t* pixels, int32_t width, int32_t height) {
+    return writer_arguments_ok(path, pixels, width, height) &&
+           save_jpeg_rgba8_file_impl(path, pixels, uint32_t(width), uint32_t(height));
+}
+
+bool save_xcf_rgba8_file(const char* path, const uint8_t* pixels, int32_t width, int32_t height) {
+    return writer_arguments_ok(path, pixels, width, height) &&
+           save_xcf_rgba8_file_impl(path, pixels, uint32_t(width), uint32_t(height));
 }
 
 }  // namespace ot::png

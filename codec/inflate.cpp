@@ -11,7 +11,6 @@ namespace ot::png {
 namespace {
 
 constexpr unsigned kMaxBits = 15;
-constexpr unsigned kRootBits = 10;
 
 // The bit reader keeps up to 64 bits; bits are taken from the least significant end of each byte.
 struct BitReader {
@@ -31,11 +30,11 @@ struct BitReader {
             buffer |= word << count;
             position += (63 - count) >> 3;
             count |= 56;
-        } else {
-            while (count <= 56 && position < size) {
-                buffer |= uint64_t(data[position++]) << count;
-                count += 8;
-            }
+            return;
+        }
+        while (count <= 56 && position < size) {
+            buffer |= uint64_t(data[position++]) << count;
+            count += 8;
         }
     }
 
@@ -50,98 +49,59 @@ struct BitReader {
         return true;
     }
 
-    void align_to_byte() {
-        unsigned drop = count & 7;
-        buffer >>= drop;
-        count -= drop;
+    void consume(unsigned n) {
+        buffer >>= n;
+        count -= n;
     }
+
+    void align_to_byte() { consume(count & 7); }
 
     bool used_up() const { return position == size && count == 0; }
 };
 
-// A canonical Huffman code as a two-level lookup table: the first kRootBits bits index the root,
-// longer codes go through a subtable. An entry is symbol | length << 16, or a subtable link;
-// 0 marks a bit pattern that no code starts with. It accepts and refuses exactly what a
+// A canonical Huffman code as a two-level lookup table: the low kRoot bits of the input index the
+// root, longer codes go through a subtable indexed by the bits after those. Each entry says what
+// the code means and how many bits it takes, so that a length or distance is read with its extra
+// bits in one step:
+//   bits 0-7    bits to consume: the code's length plus its extra bits
+//   bits 8-11   the code's length; for a link, the subtable's index bits; for literals, how many
+//   bits 12-15  what it is: literals, a link, the end of the block, or a failure
+//   bits 16-31  the base of a length or distance, or the subtable's offset; for literals, the
+//               first byte and, where two short codes fit in the root together, the second
+// A failure entry stands for a bit pattern that no code starts with and for symbols that fail on
+// use (lengths 286 and 287, distances 30 and 31). So the table accepts and refuses exactly what a
 // bit-by-bit canonical decode does: an unused pattern fails there too, by running past the
 // longest length or out of input.
+constexpr uint32_t kLiteral = 1u << 12;
+constexpr uint32_t kLink = 1u << 13;
+constexpr uint32_t kEnd = 1u << 14;
+constexpr uint32_t kFail = 1u << 15;
+
+constexpr unsigned kLiteralRoot = 11;
+constexpr unsigned kDistanceRoot = 8;
+constexpr unsigned kCodeLengthRoot = 7;
+
 struct HuffmanTable {
-    static constexpr uint32_t kLink = 1u << 24;
     std::vector<uint32_t> entries;
     unsigned rootBits = 0;
-    unsigned subBits = 0;
-    unsigned maxLength = 0;  // 0: a valid empty table whose every use fails
 };
 
-unsigned reverse_bits(unsigned code, unsigned length) {
-    unsigned result = 0;
-    for (unsigned i = 0; i < length; ++i) {
-        result = result << 1 | (code & 1);
-        code >>= 1;
-    }
-    return result;
+inline unsigned total_bits(uint32_t entry) { return entry & 0xFF; }
+inline unsigned code_bits(uint32_t entry) { return (entry >> 8) & 0xF; }
+inline unsigned literal_count(uint32_t entry) { return (entry >> 8) & 0xF; }
+inline uint64_t low_bits(uint64_t value, unsigned n) { return value & ((uint64_t(1) << n) - 1); }
+
+// The entry for the input's next bits; past the end of the input those read as zeros.
+inline uint32_t look_up(const HuffmanTable& table, uint64_t bits) {
+    const uint32_t* entries = table.entries.data();
+    uint32_t entry = entries[low_bits(bits, table.rootBits)];
+    if (entry & kLink) entry = entries[(entry >> 16) + low_bits(bits >> table.rootBits, code_bits(entry))];
+    return entry;
 }
 
-bool build_huffman_table(const uint8_t* lengths, unsigned n, HuffmanTable& table, bool allowEmpty) {
-    unsigned counts[kMaxBits + 1] = {};
-    for (unsigned i = 0; i < n; ++i) {
-        if (lengths[i] > kMaxBits) return false;
-        ++counts[lengths[i]];
-    }
-    table.maxLength = 0;
-    table.entries.clear();
-    if (counts[0] == n) return allowEmpty;
-    int left = 1;
-    for (unsigned len = 1; len <= kMaxBits; ++len) {
-        left = (left << 1) - int(counts[len]);
-        if (left < 0) return false;  // over-subscribed; an incomplete set is allowed
-        if (counts[len]) table.maxLength = len;
-    }
-    table.rootBits = table.maxLength < kRootBits ? table.maxLength : kRootBits;
-    table.subBits = table.maxLength - table.rootBits;
-    table.entries.assign(size_t(1) << table.rootBits, 0);
-
-    unsigned nextCode[kMaxBits + 2] = {};
-    for (unsigned len = 1, code = 0; len <= kMaxBits; ++len) {
-        code = (code + counts[len - 1] * (len > 1)) << 1;
-        nextCode[len] = code;
-    }
-    const unsigned rootMask = (1u << table.rootBits) - 1;
-    // Codes are assigned in order of length, then of symbol value.
-    for (unsigned len = 1; len <= table.maxLength; ++len) {
-        for (unsigned symbol = 0; symbol < n; ++symbol) {
-            if (lengths[symbol] != len) continue;
-            unsigned reversed = reverse_bits(nextCode[len]++, len);
-            uint32_t entry = symbol | len << 16;
-            if (len <= table.rootBits) {
-                for (unsigned i = reversed; i <= rootMask; i += 1u << len) table.entries[i] = entry;
-                continue;
-            }
-            const size_t rootIndex = reversed & rootMask;
-            if (!(table.entries[rootIndex] & HuffmanTable::kLink)) {
-                table.entries[rootIndex] = HuffmanTable::kLink | uint32_t(table.entries.size());
-                table.entries.resize(table.entries.size() + (size_t(1) << table.subBits), 0);
-            }
-            const size_t base = table.entries[rootIndex] & 0xFFFF;
-            unsigned subLength = len - table.rootBits;
-            for (unsigned i = reversed >> table.rootBits; i < (1u << table.subBits); i += 1u << subLength)
-                table.entries[base + i] = entry;
-        }
-    }
-    return true;
-}
-
-inline bool decode_symbol(BitReader& in, const HuffmanTable& table, unsigned& symbol) {
-    if (table.maxLength == 0) return false;
-    if (in.count < kMaxBits) in.refill();
-    uint32_t entry = table.entries[in.buffer & ((1u << table.rootBits) - 1)];
-    if (entry & HuffmanTable::kLink)
-        entry = table.entries[(entry & 0xFFFF) + ((in.buffer >> table.rootBits) & ((1u << table.subBits) - 1))];
-    unsigned length = entry >> 16;
-    if (length == 0 || length > in.count) return false;
-    in.buffer >>= length;
-    in.count -= length;
-    symbol = entry & 0xFFFF;
-    return true;
+// The value of a length or distance entry, its extra bits being the ones after the code.
+inline uint32_t entry_value(uint32_t entry, uint64_t bits) {
+    return (entry >> 16) + uint32_t(low_bits(bits, total_bits(entry)) >> code_bits(entry));
 }
 
 const uint16_t kLengthBase[29] = {3,  4,  5,  6,  7,  8,  9,  10, 11,  13,  15,  17,  19,  23, 27,
@@ -151,16 +111,111 @@ const uint16_t kDistanceBase[30] = {1,   2,   3,   4,   5,   7,    9,    13,   1
                                     193, 257, 385, 513, 769, 1025, 1537, 2049, 3073, 4097, 6145, 8193, 12289, 16385, 24577};
 const uint8_t kDistanceExtra[30] = {0, 0, 0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7, 8, 8, 9, 9, 10, 10, 11, 11, 12, 12, 13, 13};
 
+enum class Alphabet { kLiteralLength, kDistance, kCodeLength };
+
+// What a symbol means, without its code: meaning and value bits, extra bits in bits 0-7.
+uint32_t symbol_meaning(Alphabet alphabet, unsigned symbol) {
+    switch (alphabet) {
+        case Alphabet::kLiteralLength:
+            if (symbol < 256) return kLiteral | symbol << 16;
+            if (symbol == 256) return kEnd;
+            if (symbol <= 285) return uint32_t(kLengthBase[symbol - 257]) << 16 | kLengthExtra[symbol - 257];
+            return kFail;
+        case Alphabet::kDistance:
+            if (symbol < 30) return uint32_t(kDistanceBase[symbol]) << 16 | kDistanceExtra[symbol];
+            return kFail;
+        case Alphabet::kCodeLength: return symbol << 16;
+    }
+    return kFail;
+}
+
+bool build_huffman_table(const uint8_t* lengths, unsigned n, Alphabet alphabet, HuffmanTable& table,
+                         bool allowEmpty) {
+    const unsigned root = alphabet == Alphabet::kLiteralLength ? kLiteralRoot
+                          : alphabet == Alphabet::kDistance    ? kDistanceRoot
+                                                               : kCodeLengthRoot;
+    unsigned counts[kMaxBits + 1] = {};
+    for (unsigned i = 0; i < n; ++i) {
+        if (lengths[i] > kMaxBits) return false;
+        ++counts[lengths[i]];
+    }
+    table.rootBits = root;
+    table.entries.assign(size_t(1) << root, kFail);
+    if (counts[0] == n) {
+        // Valid when empty is allowed, and then every use fails.
+        table.rootBits = 0;
+        table.entries.assign(1, kFail);
+        return allowEmpty;
+    }
+    int left = 1;
+    unsigned maxLength = 0;
+    for (unsigned len = 1; len <= kMaxBits; ++len) {
+        left = (left << 1) - int(counts[len]);
+        if (left < 0) return false;  // over-subscribed; an incomplete set is allowed
+        if (counts[len]) maxLength = len;
+    }
+    const unsigned subBits = maxLength > root ? maxLength - root : 0;
+
+    // Symbols in code order: by length, then by value.
+    unsigned offsets[kMaxBits + 2] = {};
+    for (unsigned len = 1; len <= kMaxBits; ++len) offsets[len + 1] = offsets[len] + counts[len];
+    uint16_t sorted[288 + 32];
+    for (unsigned symbol = 0; symbol < n; ++symbol)
+        if (lengths[symbol]) sorted[offsets[lengths[symbol]]++] = uint16_t(symbol);
+
+    const size_t rootSize = size_t(1) << root;
+    unsigned code = 0;  // the next code, bit-reversed as it comes off the input
+    unsigned index = 0;
+    for (unsigned len = 1; len <= maxLength; ++len) {
+        for (unsigned k = 0; k < counts[len]; ++k, ++index) {
+            const uint32_t meaning = symbol_meaning(alphabet, sorted[index]);
+            uint32_t entry = meaning;
+            if (meaning & kLiteral) entry = meaning | 1u << 8 | len;
+            else if (!(meaning & kFail)) entry = (meaning & ~0xFFu) | len << 8 | (len + (meaning & 0xFF));
+            if (len <= root) {
+                for (size_t i = code; i < rootSize; i += size_t(1) << len) table.entries[i] = entry;
+            } else {
+                const size_t rootIndex = code & (rootSize - 1);
+                if (!(table.entries[rootIndex] & kLink)) {
+                    table.entries[rootIndex] = kLink | uint32_t(table.entries.size()) << 16 | subBits << 8;
+                    table.entries.resize(table.entries.size() + (size_t(1) << subBits), kFail);
+                }
+                const size_t base = table.entries[rootIndex] >> 16;
+                for (size_t i = code >> root; i < (size_t(1) << subBits); i += size_t(1) << (len - root))
+                    table.entries[base + i] = entry;
+            }
+            // The next code of the same length, reversed: add one at the top of `len` bits.
+            unsigned bit = 1u << (len - 1);
+            while (code & bit) bit >>= 1;
+            code = bit ? (code & (bit - 1)) | bit : 0;
+        }
+    }
+    if (alphabet == Alphabet::kLiteralLength) {
+        // Two literals in one entry where both codes fit in the root: the bits after the first
+        // code index the second. Downwards, so that the entry looked at is still a single one.
+        for (size_t i = rootSize; i-- > 0;) {
+            const uint32_t first = table.entries[i];
+            if (!(first & kLiteral)) continue;
+            const unsigned firstBits = total_bits(first);
+            const uint32_t second = table.entries[i >> firstBits];
+            if ((second & kLiteral) && total_bits(second) <= root - firstBits)
+                table.entries[i] = kLiteral | 2u << 8 | (firstBits + total_bits(second)) | (first & 0xFF0000) |
+                                   (second & 0xFF0000) << 8;
+        }
+    }
+    return true;
+}
+
 struct FixedTables {
     HuffmanTable literal;
     HuffmanTable distance;
     FixedTables() {
         uint8_t lengths[288];
         for (int i = 0; i < 288; ++i) lengths[i] = i < 144 ? 8 : i < 256 ? 9 : i < 280 ? 7 : 8;
-        build_huffman_table(lengths, 288, literal, false);
+        build_huffman_table(lengths, 288, Alphabet::kLiteralLength, literal, false);
         uint8_t distances[32];
         std::memset(distances, 5, sizeof distances);
-        build_huffman_table(distances, 32, distance, false);
+        build_huffman_table(distances, 32, Alphabet::kDistance, distance, false);
     }
 };
 
@@ -172,7 +227,7 @@ const FixedTables& fixed_tables() {
 // The output lives in a buffer with spare room past its end, so that copies may write whole
 // words; only `size` bytes are kept in the end.
 struct Output {
-    static constexpr size_t kSlack = 16;
+    static constexpr size_t kSlack = 32;
     std::vector<uint8_t> storage;
     uint8_t* bytes = nullptr;
     size_t size = 0;
@@ -193,6 +248,14 @@ struct Output {
     }
 };
 
+// A plain bit-by-bit-equivalent symbol read, for the code length code and the careful path.
+inline bool decode_symbol(BitReader& in, const HuffmanTable& table, uint32_t& entry) {
+    if (in.count < 32) in.refill();
+    entry = look_up(table, in.buffer);
+    if ((entry & kFail) || total_bits(entry) > in.count) return false;
+    return true;
+}
+
 bool read_dynamic_tables(BitReader& in, HuffmanTable& literal, HuffmanTable& distance) {
     static const uint8_t kOrder[19] = {16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15};
     uint32_t hlit, hdist, hclen;
@@ -205,13 +268,15 @@ bool read_dynamic_tables(BitReader& in, HuffmanTable& literal, HuffmanTable& dis
         codeLengths[kOrder[i]] = uint8_t(v);
     }
     HuffmanTable lengthTable;
-    if (!build_huffman_table(codeLengths, 19, lengthTable, false)) return false;
+    if (!build_huffman_table(codeLengths, 19, Alphabet::kCodeLength, lengthTable, false)) return false;
 
     uint8_t lengths[288 + 32] = {};
     unsigned filled = 0;
     while (filled < total) {
-        unsigned symbol;
-        if (!decode_symbol(in, lengthTable, symbol)) return false;
+        uint32_t entry;
+        if (!decode_symbol(in, lengthTable, entry)) return false;
+        in.consume(total_bits(entry));
+        const unsigned symbol = entry >> 16;
         if (symbol <= 15) {
             lengths[filled++] = uint8_t(symbol);
             continue;
@@ -233,40 +298,158 @@ bool read_dynamic_tables(BitReader& in, HuffmanTable& literal, HuffmanTable& dis
         // A repeat running past the total stops there.
         while (repeat-- && filled < total) lengths[filled++] = value;
     }
-    return build_huffman_table(lengths, literalCount, literal, false) &&
-           build_huffman_table(lengths + literalCount, distanceCount, distance, true);
+    return build_huffman_table(lengths, literalCount, Alphabet::kLiteralLength, literal, false) &&
+           build_huffman_table(lengths + literalCount, distanceCount, Alphabet::kDistance, distance, true);
 }
 
+// Copies a match of `length` bytes from `dist` back, as a byte-by-byte copy would, so that an
+// overlapping source repeats its pattern. It may write up to 16 bytes past the end.
+inline void copy_match(uint8_t* to, size_t dist, size_t length) {
+    const uint8_t* from = to - dist;
+    uint8_t* const end = to + length;
+    if (dist >= 16) {
+        // Each 16-byte piece reads only bytes written before it.
+        do {
+            std::memcpy(to, from, 16);
+            to += 16, from += 16;
+        } while (to < end);
+        return;
+    }
+    if (dist >= 8) {
+        do {
+            std::memcpy(to, from, 8);
+            to += 8, from += 8;
+        } while (to < end);
+        return;
+    }
+    if (dist == 1) {
+        const uint64_t word = uint64_t(*from) * 0x0101010101010101u;
+        do {
+            std::memcpy(to, &word, 8);
+            to += 8;
+        } while (to < end);
+        return;
+    }
+    // A short period: lay down one multiple of it of at least 8 bytes, then whole words from that
+    // far back, which hold the same pattern.
+    const size_t period = (8 + dist - 1) / dist * dist;
+    for (size_t i = 0; i < period; ++i) to[i] = from[i];
+    for (to += period; to < end; to += 8) std::memcpy(to, to - period, 8);
+}
+
+// The fast loop runs while the input has room for whole-word refills and the output for the
+// longest match plus a few literals; it keeps the reader's and writer's state in locals, since
+// every byte stored could otherwise alias them. The careful step below takes one symbol at a time
+// with every check, at the ends of the buffers. Both decode the same way.
 bool decode_compressed_block(BitReader& in, Output& out, const HuffmanTable& literal, const HuffmanTable& distance) {
+    constexpr size_t kInputRoom = 40;
+    constexpr size_t kOutputRoom = 258 + 4;
+    const uint32_t* const literals = literal.entries.data();
+    const uint32_t* const distances = distance.entries.data();
+    const unsigned literalRoot = literal.rootBits, distanceRoot = distance.rootBits;
     for (;;) {
-        if (in.count < 48) in.refill();
-        unsigned symbol;
-        if (!decode_symbol(in, literal, symbol)) return false;
-        if (symbol < 256) {
-            if (out.size >= out.capacity && !out.reserve_more(1)) return false;
-            out.bytes[out.size++] = uint8_t(symbol);
+        if (in.size - in.position >= kInputRoom && out.capacity - out.size >= kOutputRoom) {
+            const uint8_t* ip = in.data + in.position;
+            const uint8_t* const ipLast = in.data + in.size - kInputRoom;
+            uint64_t bits = in.buffer;
+            unsigned count = in.count;
+            uint8_t* const start = out.bytes;
+            uint8_t* op = start + out.size;
+            uint8_t* const opLast = start + out.capacity - kOutputRoom;
+            auto refill = [&] {
+                uint64_t word;
+                std::memcpy(&word, ip, 8);
+                if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+                bits |= word << count;
+                ip += (63 - count) >> 3;
+                count |= 56;
+            };
+            auto consume = [&](uint32_t entry) {
+                bits >>= total_bits(entry);
+                count -= total_bits(entry);
+            };
+            auto put_literals = [&](uint32_t entry) {
+                consume(entry);
+                op[0] = uint8_t(entry >> 16);
+                op[1] = uint8_t(entry >> 24);
+                op += literal_count(entry);
+            };
+            auto literal_entry = [&] {
+                uint32_t entry = literals[low_bits(bits, literalRoot)];
+                if (entry & kLink) entry = literals[(entry >> 16) + low_bits(bits >> literalRoot, code_bits(entry))];
+                return entry;
+            };
+            int verdict = 0;  // 1: end of block, -1: failure
+            // Each lookup reads bits already in the buffer while the refill that follows it loads
+            // the next word, so that the refill stays off the chain from one code to the next.
+            // At the top of the loop at least 26 bits are in the buffer, enough for any code.
+            refill();
+            do {
+                uint32_t entry = literal_entry();
+                refill();
+                if (entry & kLiteral) {
+                    put_literals(entry);
+                    entry = literal_entry();
+                    if (entry & kLiteral) {
+                        put_literals(entry);
+                        continue;
+                    }
+                    // A length and a distance take up to 48 bits.
+                    refill();
+                }
+                if (entry & (kEnd | kFail)) {
+                    consume(entry);
+                    verdict = entry & kFail ? -1 : 1;
+                    break;
+                }
+                const size_t length = entry_value(entry, bits);
+                consume(entry);
+                uint32_t d = distances[low_bits(bits, distanceRoot)];
+                if (d & kLink) d = distances[(d >> 16) + low_bits(bits >> distanceRoot, code_bits(d))];
+                if (d & kFail) {
+                    verdict = -1;
+                    break;
+                }
+                const size_t dist = entry_value(d, bits);
+                consume(d);
+                refill();
+                if (dist > size_t(op - start)) {
+                    verdict = -1;
+                    break;
+                }
+                copy_match(op, dist, length);
+                op += length;
+            } while (ip <= ipLast && op <= opLast);
+            in.position = size_t(ip - in.data);
+            in.buffer = bits;
+            in.count = count;
+            out.size = size_t(op - start);
+            if (verdict) return verdict > 0;
+        }
+
+        // The careful step.
+        uint32_t entry;
+        if (!decode_symbol(in, literal, entry)) return false;
+        const uint64_t bits = in.buffer;
+        in.consume(total_bits(entry));
+        if (entry & kLiteral) {
+            const unsigned n = literal_count(entry);
+            if (out.capacity - out.size < n && !out.reserve_more(n)) return false;
+            out.bytes[out.size] = uint8_t(entry >> 16);
+            if (n == 2) out.bytes[out.size + 1] = uint8_t(entry >> 24);
+            out.size += n;
             continue;
         }
-        if (symbol == 256) return true;
-        if (symbol > 285) return false;
-        uint32_t extra;
-        if (!in.read_bits(kLengthExtra[symbol - 257], extra)) return false;
-        const size_t length = kLengthBase[symbol - 257] + extra;
-        unsigned distanceSymbol;
-        if (!decode_symbol(in, distance, distanceSymbol) || distanceSymbol >= 30) return false;
-        if (!in.read_bits(kDistanceExtra[distanceSymbol], extra)) return false;
-        const size_t dist = kDistanceBase[distanceSymbol] + extra;
+        if (entry & kEnd) return true;
+        const size_t length = entry_value(entry, bits);
+        uint32_t d;
+        if (!decode_symbol(in, distance, d)) return false;
+        const size_t dist = entry_value(d, in.buffer);
+        in.consume(total_bits(d));
         if (dist > out.size) return false;
         if (out.capacity - out.size < length && !out.reserve_more(length)) return false;
-        uint8_t* to = out.bytes + out.size;
-        const uint8_t* from = to - dist;
+        copy_match(out.bytes + out.size, dist, length);
         out.size += length;
-        if (dist >= 8) {
-            // Whole words: each one reads only bytes written before it, as a byte copy would.
-            for (size_t i = 0; i < length; i += 8) std::memcpy(to + i, from + i, 8);
-        } else {
-            for (size_t i = 0; i < length; ++i) to[i] = from[i];
-        }
     }
 }
 
@@ -283,8 +466,7 @@ bool copy_stored_block(BitReader& in, Output& out) {
     size_t remaining = len;
     while (remaining && in.count >= 8) {
         *to++ = uint8_t(in.buffer);
-        in.buffer >>= 8;
-        in.count -= 8;
+        in.consume(8);
         --remaining;
     }
     if (remaining) {
@@ -343,6 +525,9 @@ bool Inflater::start(const std::vector<ByteSpan>& spans, size_t limit) {
     position_ = 0;
     if (spans.size() == 1) return inflate_zlib_stream(spans[0].data, spans[0].size, output_, limit);
     std::vector<uint8_t> joined;
+    size_t total = 0;
+    for (const ByteSpan& span : spans) total += span.size;
+    joined.reserve(total);
     for (const ByteSpan& span : spans) joined.insert(joined.end(), span.data, span.data + span.size);
     return inflate_zlib_stream(joined.data(), joined.size(), output_, limit);
 }
@@ -352,6 +537,11 @@ const uint8_t* Inflater::read_exact(size_t count) {
     const uint8_t* bytes = output_.data() + position_;
     position_ += count;
     return bytes;
+}
+
+std::vector<uint8_t> Inflater::take_output() {
+    position_ = 0;
+    return std::move(output_);
 }
 
 }  // namespace ot::png

@@ -25,6 +25,8 @@ public:
     // True when every byte of the output has been read.
     bool finish() const { return position_ == output_.size(); }
     size_t output_size() const { return output_.size(); }
+    // Hands the whole output over, for a reader that turns it into its image in place.
+    std::vector<uint8_t> take_output();
 
 private:
     std::vector<uint8_t> output_;

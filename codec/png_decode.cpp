@@ -3,6 +3,8 @@
 #include "codec/bytes.h"
 #include "codec/checksum.h"
 #include "codec/png.h"
+#include "codec/png_filters.h"
+#include "codec/simd.h"
 
 namespace ot::png {
 
@@ -81,82 +83,38 @@ uint32_t read_sample_exact(const uint8_t* row, size_t index, unsigned bitDepth) 
 
 uint16_t read_trns_sample(const uint8_t* p) { return uint16_t(p[0] << 8 | p[1]); }
 
-uint8_t paeth_predictor(int left, int above, int upperLeft) {
-    int p = left + above - upperLeft;
-    int pa = p > left ? p - left : left - p;
-    int pb = p > above ? p - above : above - p;
-    int pc = p > upperLeft ? p - upperLeft : upperLeft - p;
-    if (pa <= pb && pa <= pc) return uint8_t(left);
-    if (pb <= pc) return uint8_t(above);
-    return uint8_t(upperLeft);
-}
-
-// A null previous row is the row of zeros above the first row of an image or a pass.
-bool unfilter_row_to(uint8_t filter, uint8_t* output, const uint8_t* input, const uint8_t* previous, size_t rowBytes,
-                     size_t bytesPerPixel) {
-    const size_t bpp = bytesPerPixel;
-    const size_t head = bpp < rowBytes ? bpp : rowBytes;
-    switch (filter) {
-        case 0: std::memcpy(output, input, rowBytes); return true;
-        case 1:
-            std::memcpy(output, input, head);
-            for (size_t i = bpp; i < rowBytes; ++i) output[i] = uint8_t(input[i] + output[i - bpp]);
-            return true;
-        case 2:
-            if (!previous) {
-                std::memcpy(output, input, rowBytes);
-                return true;
-            }
-            for (size_t i = 0; i < rowBytes; ++i) output[i] = uint8_t(input[i] + previous[i]);
-            return true;
-        case 3:
-            if (!previous) {
-                std::memcpy(output, input, head);
-                for (size_t i = bpp; i < rowBytes; ++i) output[i] = uint8_t(input[i] + (output[i - bpp] >> 1));
-                return true;
-            }
-            for (size_t i = 0; i < head; ++i) output[i] = uint8_t(input[i] + (previous[i] >> 1));
-            for (size_t i = bpp; i < rowBytes; ++i)
-                output[i] = uint8_t(input[i] + ((output[i - bpp] + previous[i]) >> 1));
-            return true;
-        case 4:
-            if (!previous) {
-                // With the row above all zero, Paeth always predicts the left neighbour.
-                std::memcpy(output, input, head);
-                for (size_t i = bpp; i < rowBytes; ++i) output[i] = uint8_t(input[i] + output[i - bpp]);
-                return true;
-            }
-            for (size_t i = 0; i < head; ++i) output[i] = uint8_t(input[i] + previous[i]);
-            for (size_t i = bpp; i < rowBytes; ++i)
-                output[i] = uint8_t(input[i] + paeth_predictor(output[i - bpp], previous[i], previous[i - bpp]));
-            return true;
-        default: return false;
+// 16-bit samples to 8 bits, (v * 255 + 32767) / 65535: with v = 256 h + l that is h, one more
+// when l - h is above 128 and one less when it is below -128. `count` samples.
+void narrow_samples(const uint8_t* row, size_t count, uint8_t* out) {
+    using namespace simd;
+    const V lowByte = splat16(0xFF), above = splat16(128), below = splat16(uint16_t(-128));
+    size_t i = 0;
+    for (; i + 8 <= count; i += 8) {
+        // Big-endian samples read as little-endian lanes: the high byte is the lane's low byte.
+        const V samples = load(row + i * 2);
+        const V high = and_(samples, lowByte), low = shr16<8>(samples);
+        const V difference = sub16(low, high);
+        const V rounded = add16(sub16(high, greater16(difference, above)), greater16(below, difference));
+        store8(out + i, narrow16(rounded, rounded));
     }
+    for (; i < count; ++i) out[i] = sample_to_u8(read_sample_exact(row, i, 16), 16);
 }
 
-// Converts `count` pixels of an unfiltered row to RGBA, `stride` bytes apart in the output.
-bool convert_row_to_rgba8(const Header& header, const DecodeTables& tables, const uint8_t* row, size_t count,
-                          uint8_t* out, size_t stride) {
-    const unsigned depth = header.bitDepth;
-    switch (header.colourType) {
+// Converts `count` pixels of an unfiltered row of 8-bit samples to RGBA, `stride` bytes apart in
+// the output, where no transparency key applies.
+bool convert_row8_to_rgba8(uint32_t colourType, const DecodeTables& tables, const uint8_t* row, size_t count,
+                           uint8_t* out, size_t stride) {
+    switch (colourType) {
         case 0:
             for (size_t i = 0; i < count; ++i, out += stride) {
-                uint32_t v = read_sample_exact(row, i, depth);
-                out[0] = out[1] = out[2] = sample_to_u8(v, depth);
-                out[3] = tables.hasGreyKey && v == tables.transparentGrey ? 0 : 255;
+                out[0] = out[1] = out[2] = row[i];
+                out[3] = 255;
             }
             return true;
         case 2:
             for (size_t i = 0; i < count; ++i, out += stride) {
-                uint32_t r = read_sample_exact(row, i * 3, depth), g = read_sample_exact(row, i * 3 + 1, depth),
-                         b = read_sample_exact(row, i * 3 + 2, depth);
-                out[0] = sample_to_u8(r, depth);
-                out[1] = sample_to_u8(g, depth);
-                out[2] = sample_to_u8(b, depth);
-                out[3] = tables.hasColourKey && r == tables.transparentRed && g == tables.transparentGreen &&
-                                 b == tables.transparentBlue
-                             ? 0
-                             : 255;
+                std::memcpy(out, row + i * 3, 3);
+                out[3] = 255;
             }
             return true;
         case 3: {
@@ -169,20 +127,50 @@ bool convert_row_to_rgba8(const Header& header, const DecodeTables& tables, cons
         }
         case 4:
             for (size_t i = 0; i < count; ++i, out += stride) {
-                out[0] = out[1] = out[2] = sample_to_u8(read_sample_exact(row, i * 2, depth), depth);
-                out[3] = sample_to_u8(read_sample_exact(row, i * 2 + 1, depth), depth);
+                out[0] = out[1] = out[2] = row[i * 2];
+                out[3] = row[i * 2 + 1];
             }
             return true;
         case 6:
-            if (depth == 8 && stride == 4) {
+            if (stride == 4) {
                 std::memcpy(out, row, count * 4);
                 return true;
             }
-            for (size_t i = 0; i < count; ++i, out += stride)
-                for (size_t c = 0; c < 4; ++c) out[c] = sample_to_u8(read_sample_exact(row, i * 4 + c, depth), depth);
+            for (size_t i = 0; i < count; ++i, out += stride) std::memcpy(out, row + i * 4, 4);
             return true;
         default: return false;
     }
+}
+
+// Converts `count` pixels of an unfiltered row to RGBA, `stride` bytes apart in the output.
+// Without a transparency key, 16-bit samples are narrowed first into `scratch` (a row's worth)
+// and go the 8-bit way; with one, the key is compared with the whole sample.
+bool convert_row_to_rgba8(const Header& header, const DecodeTables& tables, const uint8_t* row, size_t count,
+                          uint8_t* out, size_t stride, uint8_t* scratch) {
+    const unsigned depth = header.bitDepth;
+    const bool keyed = (header.colourType == 0 && tables.hasGreyKey) || (header.colourType == 2 && tables.hasColourKey);
+    if (!keyed) {
+        if (depth == 8) return convert_row8_to_rgba8(header.colourType, tables, row, count, out, stride);
+        narrow_samples(row, count * channels_for_colour_type(header.colourType), scratch);
+        return convert_row8_to_rgba8(header.colourType, tables, scratch, count, out, stride);
+    }
+    if (header.colourType == 0) {
+        for (size_t i = 0; i < count; ++i, out += stride) {
+            uint32_t v = read_sample_exact(row, i, depth);
+            out[0] = out[1] = out[2] = sample_to_u8(v, depth);
+            out[3] = v == tables.transparentGrey ? 0 : 255;
+        }
+        return true;
+    }
+    for (size_t i = 0; i < count; ++i, out += stride) {
+        uint32_t r = read_sample_exact(row, i * 3, depth), g = read_sample_exact(row, i * 3 + 1, depth),
+                 b = read_sample_exact(row, i * 3 + 2, depth);
+        out[0] = sample_to_u8(r, depth);
+        out[1] = sample_to_u8(g, depth);
+        out[2] = sample_to_u8(b, depth);
+        out[3] = r == tables.transparentRed && g == tables.transparentGreen && b == tables.transparentBlue ? 0 : 255;
+    }
+    return true;
 }
 
 // Adam7: start column, start row, column step, row step of each pass.
@@ -214,27 +202,30 @@ bool decode_non_interlaced(const Header& header, const std::vector<ByteSpan>& sp
         return false;
     Inflater inflater;
     if (!inflater.start(spans, size_t(streamBytes)) || inflater.output_size() != streamBytes) return false;
-    if (!allocate_image(header, rgba)) return false;
 
     const size_t outRow = size_t(header.width) * 4;
     if (header.colourType == 6 && header.bitDepth == 8) {
-        // Rows are unfiltered straight into the image, the row above serving as the previous one.
-        uint8_t* previous = nullptr;
+        // The inflated stream becomes the image: each row is undone in place, moved up over the
+        // filter bytes before it, with the row above, already final, as the previous one.
+        rgba = inflater.take_output();
+        uint8_t* image = rgba.data();
         for (uint32_t y = 0; y < header.height; ++y) {
-            const uint8_t* line = inflater.read_exact(rowBytes + 1);
-            uint8_t* out = rgba.data() + y * outRow;
-            if (!line || !unfilter_row_to(line[0], out, line + 1, previous, rowBytes, 4)) return false;
-            previous = out;
+            const uint8_t* line = image + size_t(y) * (rowBytes + 1);
+            uint8_t* out = image + size_t(y) * outRow;
+            if (!unfilter_row(line[0], out, line + 1, y ? out - outRow : nullptr, rowBytes, 4)) return false;
         }
-        return inflater.finish();
+        rgba.resize(size_t(pixelCount) * 4);
+        return true;
     }
-    std::vector<uint8_t> current(rowBytes), above(rowBytes);
+    if (!allocate_image(header, rgba)) return false;
+    std::vector<uint8_t> current(rowBytes), above(rowBytes), scratch(rowBytes);
     for (uint32_t y = 0; y < header.height; ++y) {
         const uint8_t* line = inflater.read_exact(rowBytes + 1);
-        if (!line || !unfilter_row_to(line[0], current.data(), line + 1, y ? above.data() : nullptr, rowBytes,
-                                      bytesPerPixel))
+        if (!line || !unfilter_row(line[0], current.data(), line + 1, y ? above.data() : nullptr, rowBytes,
+                                   bytesPerPixel))
             return false;
-        if (!convert_row_to_rgba8(header, tables, current.data(), header.width, rgba.data() + y * outRow, 4))
+        if (!convert_row_to_rgba8(header, tables, current.data(), header.width, rgba.data() + y * outRow, 4,
+                                  scratch.data()))
             return false;
         current.swap(above);
     }
@@ -261,7 +252,7 @@ bool decode_interlaced(const Header& header, const std::vector<ByteSpan>& spans,
     if (!inflater.start(spans, size_t(streamBytes)) || inflater.output_size() != streamBytes) return false;
     if (!allocate_image(header, rgba)) return false;
 
-    std::vector<uint8_t> current, above;
+    std::vector<uint8_t> current, above, scratch;
     for (int pass = 0; pass < 7; ++pass) {
         uint32_t columns, rows;
         adam7_pass_extent(header, pass, columns, rows);
@@ -270,15 +261,17 @@ bool decode_interlaced(const Header& header, const std::vector<ByteSpan>& spans,
         compute_row_bytes(columns, bits, rowBytes);
         current.resize(rowBytes);
         above.resize(rowBytes);
+        scratch.resize(rowBytes);
         const size_t stride = size_t(kAdam7[pass][2]) * 4;
         for (uint32_t r = 0; r < rows; ++r) {
             const uint8_t* line = inflater.read_exact(rowBytes + 1);
-            if (!line || !unfilter_row_to(line[0], current.data(), line + 1, r ? above.data() : nullptr, rowBytes,
-                                          bytesPerPixel))
+            if (!line || !unfilter_row(line[0], current.data(), line + 1, r ? above.data() : nullptr, rowBytes,
+                                       bytesPerPixel))
                 return false;
             const size_t y = kAdam7[pass][1] + size_t(r) * kAdam7[pass][3];
             uint8_t* out = rgba.data() + (y * header.width + kAdam7[pass][0]) * 4;
-            if (!convert_row_to_rgba8(header, tables, current.data(), columns, out, stride)) return false;
+            if (!convert_row_to_rgba8(header, tables, current.data(), columns, out, stride, scratch.data()))
+                return false;
             current.swap(above);
         }
     }

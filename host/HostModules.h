@@ -11,7 +11,10 @@ constexpr int32_t kFrameMilliseconds = 41;
 void registerFunctions();
 void registerGlobalHelpers();
 Variable makeOrvaneModule();
+Variable makeAiModule();
+Variable makeAudioModule();
 Variable makeFontModule();
+Variable makeKorvoModule();
 // The constants and flags that scripts share with the engine, in their fixed order.
 void registerEngineConstants();
 // Writes the input globals, in their fixed order, after a fresh poll of the keyboard.

@@ -11,7 +11,10 @@ void registerFunctions() {
     if (ot_has_window()) engine.pushVariable("Metal", makeMetalModule());
     engine.pushVariable("Sailfish", makeSailfishModule());
     engine.pushVariable("Orvane", makeOrvaneModule());
+    engine.pushVariable("Audio", makeAudioModule());
+    engine.pushVariable("AI", makeAiModule());
     engine.pushVariable("Font", makeFontModule());
+    engine.pushVariable("Korvo", makeKorvoModule());
     engine.pushVariable("Nuvra", makeNuvraModule());
     engine.pushVariable("GLFW", makeGLFWModule());
     registerGlobalHelpers();
