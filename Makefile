@@ -55,7 +55,7 @@ package: build
 AARCH64_BUILD ?= build-aarch64
 AARCH64_PACKAGES = g++-aarch64-linux-gnu qemu-user qtbase5-dev:arm64 libgtest-dev:arm64 libpng-dev:arm64 zlib1g-dev:arm64 \
                    libfreetype-dev:arm64
-AARCH64_HOST_ONLY = ^(layers|install|host\.command_line|host\.headless_demo|image\.png_judge|threads\.tsan|window\.xvfb_screenshot|codec\.fuzz|font\.fuzz|audio\.fuzz|ai\.fuzz|ruby\.fuzz|ruby\.differential)$$
+AARCH64_HOST_ONLY = ^(layers|install|host\.command_line|host\.headless_demo|image\.png_judge|threads\.tsan|window\.xvfb_screenshot|codec\.fuzz|font\.fuzz|audio\.fuzz|ai\.fuzz|ruby\.fuzz|ruby\.differential|lua\.fuzz|lua\.differential)$$
 deps-aarch64: deps
 	$(call install-missing,$(AARCH64_PACKAGES),$$SUDO dpkg --add-architecture arm64 &&)
 
@@ -76,6 +76,7 @@ fuzz: deps
 	bash tests/audio/fuzz.sh $(FUZZ_BUILD)/audio -max_total_time=$(FUZZ_TIME) -print_final_stats=1
 	bash tests/ai/fuzz.sh $(FUZZ_BUILD)/ai -max_total_time=$(FUZZ_TIME) -print_final_stats=1
 	bash tests/ruby/fuzz.sh $(FUZZ_BUILD)/ruby -max_total_time=$(FUZZ_TIME) -print_final_stats=1
+	bash tests/lua/fuzz.sh $(FUZZ_BUILD)/lua -max_total_time=$(FUZZ_TIME) -print_final_stats=1
 
 # Benchmarks: a Release build without sanitizers in its own folder, then every benchmark.
 BENCH_BUILD ?= build-bench
@@ -84,6 +85,7 @@ bench: build
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	bash bench/run.sh $(BENCH_BUILD)
 	bash bench/scripts.sh $(BUILD)/orvanetide
+	bash bench/lua.sh $(BUILD)/orvanelua
 	bash bench/ruby.sh $(BUILD)/orvaneruby
 
 clean:

@@ -273,6 +273,13 @@ inline V equal32(V a, V b) {
     return vreinterpretq_u8_u32(vceqq_u32(vreinterpretq_u32_u8(a), vreinterpretq_u32_u8(b)));
 #endif
 }
+inline V greater32(V a, V b) {
+#if defined(__SSE2__)
+    return _mm_cmpgt_epi32(a, b);
+#else
+    return vreinterpretq_u8_u32(vcgtq_s32(vreinterpretq_s32_u8(a), vreinterpretq_s32_u8(b)));
+#endif
+}
 inline uint32_t lane32(V a, int i) {
     uint32_t values[4];
     store(values, a);
@@ -345,6 +352,101 @@ inline V sum_bytes(V a) {
     return _mm_sad_epu8(a, _mm_setzero_si128());
 #else
     return vreinterpretq_u8_u64(vpaddlq_u32(vpaddlq_u16(vpaddlq_u8(a))));
+#endif
+}
+
+inline V sub32(V a, V b) {
+#if defined(__SSE2__)
+    return _mm_sub_epi32(a, b);
+#else
+    return vreinterpretq_u8_u32(vsubq_u32(vreinterpretq_u32_u8(a), vreinterpretq_u32_u8(b)));
+#endif
+}
+
+// Four floats. Comparisons give all-ones lanes where true, as masks for select.
+#if defined(__SSE2__)
+using F = __m128;
+#else
+using F = float32x4_t;
+#endif
+inline F loadf(const float* p) {
+#if defined(__SSE2__)
+    return _mm_loadu_ps(p);
+#else
+    return vld1q_f32(p);
+#endif
+}
+inline F splatf(float x) {
+#if defined(__SSE2__)
+    return _mm_set1_ps(x);
+#else
+    return vdupq_n_f32(x);
+#endif
+}
+inline F addf(F a, F b) {
+#if defined(__SSE2__)
+    return _mm_add_ps(a, b);
+#else
+    return vaddq_f32(a, b);
+#endif
+}
+inline F subf(F a, F b) {
+#if defined(__SSE2__)
+    return _mm_sub_ps(a, b);
+#else
+    return vsubq_f32(a, b);
+#endif
+}
+inline F divf(F a, F b) {
+#if defined(__SSE2__)
+    return _mm_div_ps(a, b);
+#else
+    return vdivq_f32(a, b);
+#endif
+}
+// Either operand where one is NaN: callers mask such lanes out.
+inline F minf(F a, F b) {
+#if defined(__SSE2__)
+    return _mm_min_ps(a, b);
+#else
+    return vminq_f32(a, b);
+#endif
+}
+inline V greaterf(F a, F b) {
+#if defined(__SSE2__)
+    return _mm_castps_si128(_mm_cmpgt_ps(a, b));
+#else
+    return vreinterpretq_u8_u32(vcgtq_f32(a, b));
+#endif
+}
+inline V at_leastf(F a, F b) {
+#if defined(__SSE2__)
+    return _mm_castps_si128(_mm_cmpge_ps(a, b));
+#else
+    return vreinterpretq_u8_u32(vcgeq_f32(a, b));
+#endif
+}
+inline V lessf(F a, F b) { return greaterf(b, a); }
+inline F maskf(V mask, F a) {
+#if defined(__SSE2__)
+    return _mm_and_ps(_mm_castsi128_ps(mask), a);
+#else
+    return vreinterpretq_f32_u8(vandq_u8(mask, vreinterpretq_u8_f32(a)));
+#endif
+}
+// Towards zero, for values that fit; and back.
+inline V truncate_to_int(F a) {
+#if defined(__SSE2__)
+    return _mm_cvttps_epi32(a);
+#else
+    return vreinterpretq_u8_s32(vcvtq_s32_f32(a));
+#endif
+}
+inline F to_float(V a) {
+#if defined(__SSE2__)
+    return _mm_cvtepi32_ps(a);
+#else
+    return vcvtq_f32_s32(vreinterpretq_s32_u8(a));
 #endif
 }
 

@@ -1132,6 +1132,50 @@ Flow execAssignLocal(Impl& vm, Stmt& stmt, Environment& env) {
     return Flow::Normal;
 }
 
+// One value into a table element: `t[k] = v` or `t.name = v`.
+Flow execAssignElement(Impl& vm, Stmt& stmt, Environment& env) {
+    auto& s = static_cast<AssignmentStmt&>(stmt);
+    AssignTarget& target = s.targets[0];
+    Expr& valueExpr = *s.values[0];
+    Value value = valueExpr.eval(vm, valueExpr, env);
+    Value holder;
+    const Value* object;
+    if (target.kind == 1 || target.indexPure) {
+        object = operand(vm, *target.object, env, holder);
+    } else {
+        holder = target.object->eval(vm, *target.object, env);
+        object = &holder;
+    }
+    if (object->type() != ValueType::Table)
+        failRuntime(target.line, "attempt to assign into a " + describeValueType(*object) + " value");
+    Table* table = object->tablePointer();
+    if (target.kind == 1) {
+        TableKeyView key;
+        key.kind = 1;
+        key.stringValue = target.name;
+        tableSetView(table, key, std::move(value));
+        return Flow::Normal;
+    }
+    Value keyHolder;
+    const Value* key = operand(vm, *target.index, env, keyHolder);
+    if (key->type() == ValueType::Integer) {
+        int64_t k = key->integerValue();
+        // An element already in the array part, with no length cache to keep: store it.
+        if (k >= 1 && uint64_t(k) <= table->array.size() && table->hash.empty() &&
+            table->lengthVersion != table->version) {
+            table->array[size_t(k - 1)] = std::move(value);
+            table->version++;
+            return Flow::Normal;
+        }
+        tableSetInteger(table, k, std::move(value));
+        return Flow::Normal;
+    }
+    TableKeyView view;
+    if (!tryMakeKeyView(*key, view)) failRuntime(target.line, "table index must be a number, string, or boolean");
+    tableSetView(table, view, std::move(value));
+    return Flow::Normal;
+}
+
 Flow execAssignOne(Impl& vm, Stmt& stmt, Environment& env) {
     auto& s = static_cast<AssignmentStmt&>(stmt);
     Expr& valueExpr = *s.values[0];
@@ -1162,7 +1206,8 @@ void chooseExecutor(Stmt& stmt) {
         auto& s = static_cast<AssignmentStmt&>(stmt);
         if (s.targets.size() == 1 && s.values.size() == 1) {
             const AssignTarget& t = s.targets[0];
-            stmt.exec = t.kind == 0 && (s.isLocal || t.depth >= 0) ? execAssignLocal : execAssignOne;
+            if (t.kind == 0) stmt.exec = s.isLocal || t.depth >= 0 ? execAssignLocal : execAssignOne;
+            else stmt.exec = execAssignElement;
             return;
         }
         stmt.exec = executeAnyStatement;

@@ -17,7 +17,7 @@ cp "$here"/programs/*.lua "$here"/dialect/*.lua "$work/seeds/"
 cp "$src"/bench/lua/*.olua "$work/seeds/" 2> /dev/null || true
 # Dictionary: the keywords and punctuation of the dialect.
 printf '"%s"\n' and break do else elseif end false for function if in local nil not or return then true while \
-  '==' '~=' '<=' '>=' '..' '[[' ']]' '--' '::' '(' ')' '{' '}' '[' ']' '=' ',' ';' ':' '#' '%' \
+  '==' '~=' '<=' '>=' '..' '[[' ']]' '--' '(' ')' '{' '}' '[' ']' '=' ',' ';' ':' '#' '%' \
   'pairs(' 'ipairs(' 'pcall(' 'string.' 'table.' OLBC > "$work/lua.dict"
 
 "$work/fuzz_lua" "$@" -max_len=4096 -timeout=10 -rss_limit_mb=2048 -dict="$work/lua.dict" "$work/found" "$work/seeds"
