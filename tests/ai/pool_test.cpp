@@ -183,14 +183,18 @@ TEST(AiJobsAtExit, QueuedJobsRunBeforeTheProcessEnds) {
     const std::string filter = "--gtest_filter=AiJobsAtExit.ChildQueuesJobsAndEnds";
     std::vector<std::string> environment{"OT_AI_EXIT_FOLDER=" + folder.string()};
     for (char** entry = environ; *entry; ++entry) environment.emplace_back(*entry);
-    std::vector<char*> envp, argv{const_cast<char*>(self.c_str()), const_cast<char*>(filter.c_str()), nullptr};
+    // A binary built for another CPU runs its child under the same emulator as itself.
+    const char* emulator = std::getenv("OT_EMULATOR");
+    std::vector<char*> envp, argv;
+    if (emulator && *emulator) argv.push_back(const_cast<char*>(emulator));
+    argv.insert(argv.end(), {const_cast<char*>(self.c_str()), const_cast<char*>(filter.c_str()), nullptr});
     for (std::string& entry : environment) envp.push_back(entry.data());
     envp.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
     pid_t child = 0;
-    ASSERT_EQ(posix_spawn(&child, self.c_str(), &actions, nullptr, argv.data(), envp.data()), 0);
+    ASSERT_EQ(posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), envp.data()), 0);
     posix_spawn_file_actions_destroy(&actions);
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
