@@ -193,14 +193,17 @@ bool build_huffman_table(const uint8_t* lengths, unsigned n, Alphabet alphabet, 
     if (alphabet == Alphabet::kLiteralLength) {
         // Two literals in one entry where both codes fit in the root: the bits after the first
         // code index the second. Downwards, so that the entry looked at is still a single one.
+        // No branch on the entries, which a new table makes unpredictable: other entries take
+        // no bits and look at themselves.
+        uint32_t* entries = table.entries.data();
         for (size_t i = rootSize; i-- > 0;) {
-            const uint32_t first = table.entries[i];
-            if (!(first & kLiteral)) continue;
+            const uint32_t first = entries[i];
             const unsigned firstBits = total_bits(first);
-            const uint32_t second = table.entries[i >> firstBits];
-            if ((second & kLiteral) && total_bits(second) <= root - firstBits)
-                table.entries[i] = kLiteral | 2u << 8 | (firstBits + total_bits(second)) | (first & 0xFF0000) |
-                                   (second & 0xFF0000) << 8;
+            const uint32_t second = entries[i >> firstBits];
+            const uint32_t both = kLiteral | 2u << 8 | (firstBits + total_bits(second)) | (first & 0xFF0000) |
+                                  (second & 0xFF0000) << 8;
+            const bool pair = (first & second & kLiteral) && firstBits + total_bits(second) <= root;
+            entries[i] = pair ? both : first;
         }
     }
     return true;

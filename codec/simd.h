@@ -235,6 +235,15 @@ inline V shr16(V a) {
     return vreinterpretq_u8_u16(vshrq_n_u16(vreinterpretq_u16_u8(a), n));
 #endif
 }
+// x / 255, truncated, for x up to 65534.
+inline V divide255_16(V x) {
+#if defined(__SSE2__)
+    return _mm_srli_epi16(_mm_mulhi_epu16(x, _mm_set1_epi16(short(0x8081))), 7);
+#else
+    const uint16x8_t y = vaddq_u16(vreinterpretq_u16_u8(x), vdupq_n_u16(1));
+    return vreinterpretq_u8_u16(vshrq_n_u16(vsraq_n_u16(y, y, 8), 8));
+#endif
+}
 inline V min16(V a, V b) {
 #if defined(__SSE2__)
     return _mm_min_epi16(a, b);
@@ -278,6 +287,14 @@ inline V greater32(V a, V b) {
     return _mm_cmpgt_epi32(a, b);
 #else
     return vreinterpretq_u8_u32(vcgtq_s32(vreinterpretq_s32_u8(a), vreinterpretq_s32_u8(b)));
+#endif
+}
+// True when every byte is 0xFF.
+inline bool all_set(V a) {
+#if defined(__SSE2__)
+    return _mm_movemask_epi8(a) == 0xFFFF;
+#else
+    return vminvq_u8(a) == 0xFF;
 #endif
 }
 inline uint32_t lane32(V a, int i) {

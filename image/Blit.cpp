@@ -18,12 +18,10 @@ using namespace ot::simd;
 // Integer "over", four pixels at once in 16-bit lanes. Colours are (s a + t (255 - a)) / 255 and
 // alpha is a + t - a t / 255, truncated; the alpha is the same as (255 a + t (255 - a) + 254) / 255,
 // so one sum serves all four lanes, the alpha lane weighing s by 255 and adding 254. No sum tops
-// 65279, and below 65535 x / 255 is (x + 1 + (x >> 8)) >> 8. Alpha 0 and 255 need no shortcut:
-// the sums give the target and the source exactly.
+// 65279. Alpha 0 and 255 need no shortcut: the sums give the target and the source exactly.
 inline V blend_half(V s, V t, V alphaLanes, V bias) {
     const V alpha = spread_lane3_16(s);
-    const V sum = add16(add16(mul16(s, or_(alpha, alphaLanes)), mul16(t, sub16(splat16(255), alpha))), bias);
-    return shr16<8>(add16(add16(sum, splat16(1)), shr16<8>(sum)));
+    return divide255_16(add16(add16(mul16(s, or_(alpha, alphaLanes)), mul16(t, sub16(splat16(255), alpha))), bias));
 }
 
 inline V blend4(V s, V t) {
@@ -90,20 +88,22 @@ inline V nearest4(F u, F limit) {
 }
 
 // Target pixels from source columns and rows, -1 in `columns` for none: four at a time,
-// gathered, blended or copied, and put back only where there is a source pixel.
+// gathered, blended or copied, and put back only where there is a source pixel. `columns` and
+// `rows` run on to a multiple of four.
 void drawMapped(uint8_t* t, const uint8_t* source, int32_t sourceWidth, const int32_t* columns,
                 const int32_t* rows, size_t count, bool blend) {
+    // Lanes without a source pixel read the first one, and are put back as they were.
     auto pixel = [&](size_t i) {
-        uint32_t value = 0;
-        if (columns[i] >= 0) std::memcpy(&value, source + (size_t(rows[i]) * size_t(sourceWidth) + size_t(columns[i])) * 4, 4);
+        const size_t at = columns[i] < 0 ? 0 : size_t(rows[i]) * size_t(sourceWidth) + size_t(columns[i]);
+        uint32_t value;
+        std::memcpy(&value, source + at * 4, 4);
         return value;
     };
     size_t i = 0;
     for (; i + 4 <= count; i += 4) {
-        const int32_t* k = columns + i;
-        if ((k[0] & k[1] & k[2] & k[3]) < 0) continue;  // none of the four
+        const V none = greater32(zero(), load(columns + i));
+        if (all_set(none)) continue;
         const V s = lanes32(pixel(i), pixel(i + 1), pixel(i + 2), pixel(i + 3));
-        const V none = lanes32(uint32_t(k[0] >> 31), uint32_t(k[1] >> 31), uint32_t(k[2] >> 31), uint32_t(k[3] >> 31));
         const V old = load(t + i * 4);
         store(t + i * 4, select(none, old, blend ? blend4(s, old) : s));
     }
@@ -112,6 +112,41 @@ void drawMapped(uint8_t* t, const uint8_t* source, int32_t sourceWidth, const in
         const V s = from32(pixel(i));
         store4(t + i * 4, blend ? blend4(s, load4(t + i * 4)) : s);
     }
+}
+
+// The columns of a target row that can map into the source when turned, widened so that float
+// rounding cannot put a drawn pixel outside: u and v are affine in the column, and each must lie
+// within a pixel and a margin of its range. The pixels inside are still judged one by one.
+struct ColumnRange {
+    int64_t first, end;
+};
+
+ColumnRange turnedRowRange(double dy, double cx, double cosA, double sinA, double scale, double w, double h,
+                           int64_t x0, int64_t x1) {
+    // Generous against the float rounding of every term, whatever their size.
+    const double size = std::abs(double(x0)) + std::abs(double(x1)) + std::abs(cx) + std::abs(dy);
+    const double margin = 2.0 + 1e-4 * (size / std::abs(scale) + w + h);
+    double low = double(x0) - 1.0, high = double(x1) + 1.0;
+    // u = (dx cos + dy sin) / scale + w / 2 and v = (dy cos - dx sin) / scale + h / 2, dx = px - cx.
+    auto limit = [&](double slope, double offset, double extent) {
+        const double from = -margin, to = extent + margin;
+        const double atLow = slope * (low - cx) + offset, atHigh = slope * (high - cx) + offset;
+        if ((atLow < from && atHigh < from) || (atLow > to && atHigh > to)) {
+            high = low - 1.0;
+            return;
+        }
+        if (std::abs(slope) < 1e-9) return;
+        double a = (from - offset) / slope + cx, b = (to - offset) / slope + cx;
+        if (a > b) std::swap(a, b);
+        low = std::max(low, a - 1.0);
+        high = std::min(high, b + 1.0);
+    };
+    limit(cosA / scale, dy * sinA / scale + w / 2.0, w);
+    limit(-sinA / scale, dy * cosA / scale + h / 2.0, h);
+    if (std::isnan(low) || std::isnan(high)) return {x0, x1};
+    if (!(high >= low)) return {x0, x0};
+    return {std::clamp(int64_t(std::max(std::floor(low), double(x0))), x0, x1),
+            std::clamp(int64_t(std::min(std::ceil(high), double(x1))), x0, x1)};
 }
 
 // Walks the target's pixels in the clipped bounding box and maps each back into the source.
@@ -156,7 +191,7 @@ void generalBlit(NuvraImage& target, const NuvraImage& image, const uint8_t* sou
     // What depends on the column alone is worked out once for the whole box: the source column
     // when unrotated, the column's share of the turn otherwise. Four lanes at a time, so the
     // arrays run up to three past the box.
-    const size_t padded = (columns + 3) & ~size_t(3);
+    const size_t padded = ((columns + 3) & ~size_t(3)) + 4;
     const F scaleLanes = splatf(scale), limitU = splatf(float(image.width)), limitV = splatf(float(image.height));
     std::vector<int32_t> sourceColumn;
     std::vector<float> dxCos, dxSin;
@@ -177,32 +212,41 @@ void generalBlit(NuvraImage& target, const NuvraImage& image, const uint8_t* sou
     }
     const F halfW = splatf(float(image.width) / 2.0f), halfH = splatf(float(image.height) / 2.0f);
     auto rows = [&](int32_t first, int32_t end) {
-        constexpr size_t kPiece = 256;
+        constexpr size_t kPiece = 64;
         int32_t su[kPiece], sv[kPiece];
-        for (int32_t py = y0 + first; py < y0 + end; ++py) {
-            uint8_t* t = target.pixels + (int64_t(target.width) * py + x0) * 4;
-            if (unrotated) {
+        if (unrotated) {
+            for (int32_t py = y0 + first; py < y0 + end; ++py) {
                 const int32_t row =
                     int32_t(lane32(nearest4(divf(splatf(float(int64_t(py) - y)), scaleLanes), limitV), 0));
                 if (row < 0) continue;
                 std::fill_n(sv, kPiece, row);
+                uint8_t* t = target.pixels + (int64_t(target.width) * py + x0) * 4;
                 for (size_t done = 0; done < columns; done += kPiece)
                     drawMapped(t + done * 4, source, image.width, sourceColumn.data() + done, sv,
                                std::min(kPiece, columns - done), blend);
-                continue;
             }
-            const float dy = float(py) - cy;
-            const F dySin = splatf(dy * sinA), dyCos = splatf(dy * cosA);
-            for (size_t done = 0; done < columns; done += kPiece) {
-                const size_t n = std::min(kPiece, columns - done);
-                for (size_t i = 0; i < n; i += 4) {
-                    const V u = nearest4(addf(divf(addf(loadf(&dxCos[done + i]), dySin), scaleLanes), halfW), limitU);
-                    const V v = nearest4(addf(divf(subf(dyCos, loadf(&dxSin[done + i])), scaleLanes), halfH), limitV);
+            return;
+        }
+        // Turned, the source is walked aslant: strips of the box a piece wide keep the source
+        // pixels of one row at hand for the next.
+        for (size_t done = 0; done < columns; done += kPiece) {
+            const size_t n = std::min(kPiece, columns - done);
+            for (int32_t py = y0 + first; py < y0 + end; ++py) {
+                const float dy = float(py) - cy;
+                const ColumnRange range = turnedRowRange(dy, cx, cosA, sinA, scale, image.width, image.height,
+                                                         x0 + int64_t(done), x0 + int64_t(done + n));
+                if (range.first >= range.end) continue;
+                const size_t from = size_t(range.first - x0), count = size_t(range.end - range.first);
+                uint8_t* t = target.pixels + (int64_t(target.width) * py + range.first) * 4;
+                const F dySin = splatf(dy * sinA), dyCos = splatf(dy * cosA);
+                for (size_t i = 0; i < count; i += 4) {
+                    const V u = nearest4(addf(divf(addf(loadf(&dxCos[from + i]), dySin), scaleLanes), halfW), limitU);
+                    const V v = nearest4(addf(divf(subf(dyCos, loadf(&dxSin[from + i])), scaleLanes), halfH), limitV);
                     // A column of -1 marks the pixel as outside, whichever of the two is.
                     store(su + i, or_(u, greater32(zero(), v)));
                     store(sv + i, v);
                 }
-                drawMapped(t + done * 4, source, image.width, su, sv, n, blend);
+                drawMapped(t, source, image.width, su, sv, count, blend);
             }
         }
     };

@@ -69,6 +69,7 @@ struct LiteralExpr : Expr {
 struct VariableExpr : Expr {
     std::string name;
     int32_t depth = -1;  // stays -1 for a global
+    int32_t envDepth = -1;  // depth less the elided scopes crossed (see IfStmt::Branch::elided)
     uint64_t slot = 0;
     bool hasGlobalSlot = false;
     uint64_t globalSlot = 0;
@@ -164,6 +165,7 @@ struct AssignTarget {
     uint32_t line = 0;
     bool indexPure = false;  // holds no call: the object is read in place
     int32_t depth = -1;
+    int32_t envDepth = -1;
     uint64_t slot = 0;
     bool hasGlobalSlot = false;
     uint64_t globalSlot = 0;
@@ -189,11 +191,15 @@ struct IfStmt : Stmt {
         StmtList block;
         uint64_t slotCount = 0;
         bool noCapture = false;
+        // A block without slots and closures runs in its parent's environment: it would add an
+        // empty link to the chain and nothing else. The binding pass takes it out of envDepth.
+        bool elided = false;
     };
     std::vector<Branch> branches;
     StmtList elseBlock;
     uint64_t elseSlotCount = 0;
     bool elseNoCapture = false;
+    bool elseElided = false;
     explicit IfStmt(uint32_t l) : Stmt(Kind::If, l) {}
 };
 

@@ -163,12 +163,12 @@ namespace {
         return unboundGlobal(*this, variable);
     }
     Environment* e = &env;
-    for (int32_t d = variable.depth; d > 0; --d) {
+    for (int32_t d = variable.envDepth; d > 0; --d) {
         e = e->parent;
         if (!e) return &kNil;
     }
-    if (variable.slot >= e->slots.size()) return &kNil;
-    return &e->slots[size_t(variable.slot)];
+    Value* slot = e->slot(variable.slot);
+    return slot ? slot : &kNil;
 }
 
 namespace {
@@ -201,13 +201,15 @@ Value evalLiteral(Impl&, Expr& e, Environment&) { return static_cast<LiteralExpr
 
 Value evalLocal0(Impl&, Expr& e, Environment& env) {
     auto& v = static_cast<VariableExpr&>(e);
-    return v.slot < env.slots.size() ? env.slots[size_t(v.slot)] : Value();
+    Value* slot = env.slot(v.slot);
+    return slot ? *slot : Value();
 }
 
 Value evalLocal1(Impl&, Expr& e, Environment& env) {
     auto& v = static_cast<VariableExpr&>(e);
     Environment* p = env.parent;
-    return p && v.slot < p->slots.size() ? p->slots[size_t(v.slot)] : Value();
+    Value* slot = p ? p->slot(v.slot) : nullptr;
+    return slot ? *slot : Value();
 }
 
 Value evalVariable(Impl& vm, Expr& e, Environment& env) {
@@ -278,6 +280,13 @@ Shape shapeOf(const Expr& e) {
 }
 
 template <int S>
+[[gnu::always_inline]] inline const Value* fetchSimple(Impl& vm, Expr& e, Environment& env) {
+    static_assert(S != kOther);
+    if constexpr (S == kVariable) return vm.readVariable(static_cast<VariableExpr&>(e), env);
+    else return &static_cast<LiteralExpr&>(e).value;
+}
+
+template <int S>
 [[gnu::always_inline]] inline const Value* fetch(Impl& vm, Expr& e, Environment& env, Value& scratch) {
     if constexpr (S == kVariable) return vm.readVariable(static_cast<VariableExpr&>(e), env);
     else if constexpr (S == kLiteral) return &static_cast<LiteralExpr&>(e).value;
@@ -305,14 +314,10 @@ template <int L, int R>
     r = fetch<R>(vm, *b.right, env, rs);
 }
 
-template <TokenKind Op, int L, int R>
-Value evalArithmetic(Impl& vm, Expr& e, Environment& env) {
-    auto& b = static_cast<BinaryExpr&>(e);
-    Value ls, rs;
-    const Value *l, *r;
-    fetchOperands<L, R>(vm, b, env, ls, rs, l, r);
-    if (l->type() == ValueType::Integer && r->type() == ValueType::Integer) {
-        int64_t x = l->integerValue(), y = r->integerValue(), out;
+template <TokenKind Op>
+[[gnu::always_inline]] inline Value arithmeticOn(BinaryExpr& b, const Value& l, const Value& r) {
+    if (l.type() == ValueType::Integer && r.type() == ValueType::Integer) {
+        int64_t x = l.integerValue(), y = r.integerValue(), out;
         if constexpr (Op == TokenKind::Plus) {
             if (!__builtin_add_overflow(x, y, &out)) return Value::integer(out);
         } else if constexpr (Op == TokenKind::Minus) {
@@ -325,13 +330,29 @@ Value evalArithmetic(Impl& vm, Expr& e, Environment& env) {
             // Truncating, with the sign of the dividend; -1 would trap on the lowest integer.
             if (y != 0 && y != -1) return Value::integer(x % y);
         }
-    } else if (l->type() == ValueType::Float && r->type() == ValueType::Float) {
-        double x = l->floatValue(), y = r->floatValue();
+    } else if (l.type() == ValueType::Float && r.type() == ValueType::Float) {
+        double x = l.floatValue(), y = r.floatValue();
         if constexpr (Op == TokenKind::Plus) return numericResult(x + y);
         else if constexpr (Op == TokenKind::Minus) return numericResult(x - y);
         else if constexpr (Op == TokenKind::Star) return numericResult(x * y);
     }
-    return arithmeticSlow(b, *l, *r);
+    return arithmeticSlow(b, l, r);
+}
+
+template <TokenKind Op, int L, int R>
+Value evalArithmetic(Impl& vm, Expr& e, Environment& env) {
+    auto& b = static_cast<BinaryExpr&>(e);
+    if constexpr (L != kOther && R != kOther) {
+        // Both operands read in place: no scratch values at all.
+        const Value* l = fetchSimple<L>(vm, *b.left, env);
+        const Value* r = fetchSimple<R>(vm, *b.right, env);
+        return arithmeticOn<Op>(b, *l, *r);
+    } else {
+        Value ls, rs;
+        const Value *l, *r;
+        fetchOperands<L, R>(vm, b, env, ls, rs, l, r);
+        return arithmeticOn<Op>(b, *l, *r);
+    }
 }
 
 template <TokenKind Op>
@@ -355,10 +376,16 @@ template <TokenKind Op>
 
 template <TokenKind Op, int L, int R>
 bool compareTest(Impl& vm, BinaryExpr& b, Environment& env) {
-    Value ls, rs;
-    const Value *l, *r;
-    fetchOperands<L, R>(vm, b, env, ls, rs, l, r);
-    return orderedCompare<Op>(vm, b, *l, *r);
+    if constexpr (L != kOther && R != kOther) {
+        const Value* l = fetchSimple<L>(vm, *b.left, env);
+        const Value* r = fetchSimple<R>(vm, *b.right, env);
+        return orderedCompare<Op>(vm, b, *l, *r);
+    } else {
+        Value ls, rs;
+        const Value *l, *r;
+        fetchOperands<L, R>(vm, b, env, ls, rs, l, r);
+        return orderedCompare<Op>(vm, b, *l, *r);
+    }
 }
 
 template <TokenKind Op, int L, int R>
@@ -546,8 +573,8 @@ void chooseEvaluator(Expr& expr) {
     case Expr::Kind::Literal: expr.eval = evalLiteral; return;
     case Expr::Kind::Variable: {
         auto& v = static_cast<VariableExpr&>(expr);
-        if (v.depth == 0) expr.eval = evalLocal0;
-        else if (v.depth == 1) expr.eval = evalLocal1;
+        if (v.depth >= 0 && v.envDepth == 0) expr.eval = evalLocal0;
+        else if (v.depth >= 0 && v.envDepth == 1) expr.eval = evalLocal1;
         else if (v.depth < 0 && v.hasGlobalSlot) expr.eval = evalGlobal;
         else expr.eval = evalVariable;
         return;
@@ -863,8 +890,8 @@ void LuaVM::Impl::assignTarget(AssignTarget& target, Value value, Environment& e
             else setGlobalValue(target.name, std::move(value));
             return;
         }
-        Environment* e = isLocal ? &env : resolveLocalEnvironment(env, target.depth);
-        if (e && target.slot < e->slots.size()) e->slots[size_t(target.slot)] = std::move(value);
+        Environment* e = isLocal ? &env : resolveLocalEnvironment(env, target.envDepth);
+        if (Value* slot = e ? e->slot(target.slot) : nullptr) *slot = std::move(value);
         return;
     }
     Value holder;
@@ -903,8 +930,8 @@ Flow LuaVM::Impl::executeAssignment(AssignmentStmt& s, Environment& env) {
             // The common case in place: a local, by depth and slot.
             Environment* e = &env;
             if (!s.isLocal)
-                for (int32_t d = target.depth; d > 0 && e; --d) e = e->parent;
-            if (e && target.slot < e->slots.size()) e->slots[size_t(target.slot)] = std::move(value);
+                for (int32_t d = target.envDepth; d > 0 && e; --d) e = e->parent;
+            if (Value* slot = e ? e->slot(target.slot) : nullptr) *slot = std::move(value);
             return Flow::Normal;
         }
         assignTarget(target, std::move(value), env, s.isLocal);
@@ -916,7 +943,8 @@ Flow LuaVM::Impl::executeAssignment(AssignmentStmt& s, Environment& env) {
     return Flow::Normal;
 }
 
-Flow LuaVM::Impl::runBlock(StmtList& block, uint64_t slotCount, bool noCapture, Environment& env) {
+Flow LuaVM::Impl::runBlock(StmtList& block, uint64_t slotCount, bool noCapture, bool elided, Environment& env) {
+    if (elided) return executeStatements(block, env);
     if (noCapture) {
         Environment local(slotCount);
         local.setParent(&env);
@@ -1075,7 +1103,7 @@ Flow LuaVM::Impl::executeStatement(Stmt& stmt, Environment& env) {
         auto& s = static_cast<FunctionDeclarationStmt&>(stmt);
         Value function = makeScriptFunction(s.target.kind == 0 ? s.target.name : "<function>", s.function, env);
         if (s.isLocal) {
-            if (s.target.slot < env.slots.size()) env.slots[size_t(s.target.slot)] = std::move(function);
+            if (Value* slot = env.slot(s.target.slot)) *slot = std::move(function);
         } else {
             assignTarget(s.target, std::move(function), env, false);
         }
@@ -1085,8 +1113,8 @@ Flow LuaVM::Impl::executeStatement(Stmt& stmt, Environment& env) {
         auto& s = static_cast<IfStmt&>(stmt);
         for (auto& branch : s.branches)
             if (conditionHolds(*branch.condition, env))
-                return runBlock(branch.block, branch.slotCount, branch.noCapture, env);
-        if (!s.elseBlock.empty()) return runBlock(s.elseBlock, s.elseSlotCount, s.elseNoCapture, env);
+                return runBlock(branch.block, branch.slotCount, branch.noCapture, branch.elided, env);
+        if (!s.elseBlock.empty()) return runBlock(s.elseBlock, s.elseSlotCount, s.elseNoCapture, s.elseElided, env);
         return Flow::Normal;
     }
     case Stmt::Kind::While: return executeWhile(static_cast<WhileStmt&>(stmt), env);
@@ -1127,8 +1155,8 @@ Flow execAssignLocal(Impl& vm, Stmt& stmt, Environment& env) {
     Value value = valueExpr.eval(vm, valueExpr, env);
     Environment* e = &env;
     if (!s.isLocal)
-        for (int32_t d = target.depth; d > 0 && e; --d) e = e->parent;
-    if (e && target.slot < e->slots.size()) e->slots[size_t(target.slot)] = std::move(value);
+        for (int32_t d = target.envDepth; d > 0 && e; --d) e = e->parent;
+    if (Value* slot = e ? e->slot(target.slot) : nullptr) *slot = std::move(value);
     return Flow::Normal;
 }
 
@@ -1192,8 +1220,9 @@ Flow execReturn(Impl& vm, Stmt& stmt, Environment& env) {
 Flow execIf(Impl& vm, Stmt& stmt, Environment& env) {
     auto& s = static_cast<IfStmt&>(stmt);
     for (auto& branch : s.branches)
-        if (vm.conditionHolds(*branch.condition, env)) return vm.runBlock(branch.block, branch.slotCount, branch.noCapture, env);
-    if (!s.elseBlock.empty()) return vm.runBlock(s.elseBlock, s.elseSlotCount, s.elseNoCapture, env);
+        if (vm.conditionHolds(*branch.condition, env))
+            return vm.runBlock(branch.block, branch.slotCount, branch.noCapture, branch.elided, env);
+    if (!s.elseBlock.empty()) return vm.runBlock(s.elseBlock, s.elseSlotCount, s.elseNoCapture, s.elseElided, env);
     return Flow::Normal;
 }
 

@@ -69,7 +69,20 @@ ResolvedChunk LuaVM::Impl::parseScript(const std::string& source, const std::str
     return chunk;
 }
 
-void LuaVM::Impl::bindGlobalSlots(ResolvedChunk& chunk) { bindGlobalSlots(chunk.statements); }
+void LuaVM::Impl::bindGlobalSlots(ResolvedChunk& chunk) {
+    bindScopes.assign(1, false);
+    bindGlobalSlots(chunk.statements);
+    bindScopes.clear();
+}
+
+int32_t LuaVM::Impl::environmentDepth(int32_t depth) const {
+    // The scopes that a lookup of this depth crosses are the innermost `depth` ones.
+    int32_t crossedElided = 0;
+    size_t n = bindScopes.size();
+    for (int32_t d = 0; d < depth && size_t(d) < n; ++d)
+        if (bindScopes[n - 1 - size_t(d)]) ++crossedElided;
+    return depth - crossedElided;
+}
 
 void LuaVM::Impl::bindGlobalSlots(StmtList& statements) {
     for (auto& s : statements) bindGlobalSlots(*s);
@@ -80,6 +93,8 @@ void LuaVM::Impl::bindTarget(AssignTarget& target) {
         if (target.depth < 0) {
             target.hasGlobalSlot = true;
             target.globalSlot = resolveGlobalSlot(target.name);
+        } else {
+            target.envDepth = environmentDepth(target.depth);
         }
         return;
     }
@@ -93,13 +108,14 @@ void LuaVM::Impl::bindGlobalSlots(Stmt& statement) {
     case Stmt::Kind::Expression: bindGlobalSlots(static_cast<ExpressionStmt&>(statement).expression); break;
     case Stmt::Kind::Assignment: {
         auto& s = static_cast<AssignmentStmt&>(statement);
-        for (auto& t : s.targets) bindTarget(t);
+        for (auto& t : s.targets)
+            if (!s.isLocal) bindTarget(t);
         for (auto& v : s.values) bindGlobalSlots(v);
         break;
     }
     case Stmt::Kind::FunctionDeclaration: {
         auto& s = static_cast<FunctionDeclarationStmt&>(statement);
-        bindTarget(s.target);
+        if (!s.isLocal) bindTarget(s.target);
         bindGlobalSlots(*s.function);
         break;
     }
@@ -107,15 +123,25 @@ void LuaVM::Impl::bindGlobalSlots(Stmt& statement) {
         auto& s = static_cast<IfStmt&>(statement);
         for (auto& b : s.branches) {
             bindGlobalSlots(b.condition);
+            b.elided = b.slotCount == 0 && b.noCapture;
+            bindScopes.push_back(b.elided);
             bindGlobalSlots(b.block);
+            bindScopes.pop_back();
         }
-        bindGlobalSlots(s.elseBlock);
+        if (!s.elseBlock.empty()) {
+            s.elseElided = s.elseSlotCount == 0 && s.elseNoCapture;
+            bindScopes.push_back(s.elseElided);
+            bindGlobalSlots(s.elseBlock);
+            bindScopes.pop_back();
+        }
         break;
     }
     case Stmt::Kind::While: {
         auto& s = static_cast<WhileStmt&>(statement);
         bindGlobalSlots(s.condition);
+        bindScopes.push_back(false);
         bindGlobalSlots(s.body);
+        bindScopes.pop_back();
         break;
     }
     case Stmt::Kind::NumericFor: {
@@ -123,13 +149,17 @@ void LuaVM::Impl::bindGlobalSlots(Stmt& statement) {
         bindGlobalSlots(s.start);
         bindGlobalSlots(s.limit);
         bindGlobalSlots(s.step);
+        bindScopes.push_back(false);
         bindGlobalSlots(s.body);
+        bindScopes.pop_back();
         break;
     }
     case Stmt::Kind::GenericFor: {
         auto& s = static_cast<GenericForStmt&>(statement);
         for (auto& e : s.iterators) bindGlobalSlots(e);
+        bindScopes.push_back(false);
         bindGlobalSlots(s.body);
+        bindScopes.pop_back();
         break;
     }
     case Stmt::Kind::Return:
@@ -149,6 +179,8 @@ void LuaVM::Impl::bindGlobalSlots(const ExprPtr& expression) {
         if (v.depth < 0) {
             v.hasGlobalSlot = true;
             v.globalSlot = resolveGlobalSlot(v.name);
+        } else {
+            v.envDepth = environmentDepth(v.depth);
         }
         break;
     }
@@ -184,7 +216,11 @@ void LuaVM::Impl::bindGlobalSlots(const ExprPtr& expression) {
     chooseEvaluator(*expression);
 }
 
-void LuaVM::Impl::bindGlobalSlots(FunctionExpr& function) { bindGlobalSlots(function.body); }
+void LuaVM::Impl::bindGlobalSlots(FunctionExpr& function) {
+    bindScopes.push_back(false);
+    bindGlobalSlots(function.body);
+    bindScopes.pop_back();
+}
 
 // ---- Impl: runs ----
 
@@ -482,9 +518,14 @@ LuaResult LuaVM::runScriptString(const std::string& source, const std::string& c
 }
 
 LuaResult LuaVM::runScriptFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return failedResult("unable to open script file: " + path);
-    std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string content;
+    try {
+        std::ifstream in(path, std::ios::binary);
+        if (!in) return failedResult("unable to open script file: " + path);
+        content.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    } catch (const std::exception& e) {
+        return failedResult(e.what());
+    }
     return runScriptString(content, path);
 }
 

@@ -57,6 +57,7 @@ void Resolver::resolveStatement(Stmt& statement) {
             resolveExpressionList(s.values);
             for (auto& target : s.targets) {
                 target.depth = 0;
+                target.envDepth = 0;
                 target.slot = declareLocal(target.name);
             }
         }
@@ -66,6 +67,7 @@ void Resolver::resolveStatement(Stmt& statement) {
         auto& s = static_cast<FunctionDeclarationStmt&>(statement);
         if (s.isLocal) {
             s.target.depth = 0;
+            s.target.envDepth = 0;
             s.target.slot = declareLocal(s.target.name);
         } else {
             resolveAssignTarget(s.target);
@@ -142,6 +144,7 @@ void Resolver::resolveExpression(const ExprPtr& expression) {
         uint64_t slot;
         if (findLocal(v.name, depth, slot)) {
             v.depth = depth;
+            v.envDepth = depth;
             v.slot = slot;
         }
         return;
@@ -183,6 +186,7 @@ void Resolver::resolveAssignTarget(AssignTarget& target) {
         uint64_t slot;
         if (findLocal(target.name, depth, slot)) {
             target.depth = depth;
+            target.envDepth = depth;
             target.slot = slot;
         }
         return;

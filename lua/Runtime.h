@@ -50,7 +50,10 @@ struct EnvironmentRegistry {
 
 class Environment : public std::enable_shared_from_this<Environment> {
 public:
-    explicit Environment(uint64_t slotCount) : slots(size_t(slotCount)) {}
+    explicit Environment(uint64_t slotCount)
+        : slots(size_t(slotCount)), slotData(slots.data()), slotCount(slots.size()) {}
+    // The slots are made once and never resized: a lookup reads these two fields alone.
+    Value* slot(uint64_t index) { return index < slotCount ? slotData + index : nullptr; }
     [[gnu::always_inline]] ~Environment() {
         if (registry) registry->remove(this);
     }
@@ -69,6 +72,8 @@ public:
     std::shared_ptr<Environment> parentOwner;
     Environment* parent = nullptr;
     SmallValueStore<8> slots;
+    Value* slotData;
+    size_t slotCount;
 
     EnvironmentRegistry* registry = nullptr;
     Environment* previousLive = nullptr;
@@ -169,6 +174,7 @@ struct LuaVM::Impl {
     uint64_t stepsLeft = UINT64_MAX;  // a budget for the fuzzer; unlimited otherwise
     size_t maxStringSize = kMaxStringSize;
     uint64_t stringSlot = 0;         // global slot of "string", for method calls on strings
+    std::vector<bool> bindScopes;    // while binding: the scopes around the node, elided or not
 
     // -- objects --
     std::shared_ptr<Table> newTable();
@@ -211,7 +217,8 @@ struct LuaVM::Impl {
     // helpers of the evaluator
     const Value* readVariable(const VariableExpr& variable, Environment& env);
     bool conditionHolds(Expr& expr, Environment& env);
-    Flow runBlock(StmtList& block, uint64_t slotCount, bool noCapture, Environment& env);
+    Flow runBlock(StmtList& block, uint64_t slotCount, bool noCapture, bool elided, Environment& env);
+    int32_t environmentDepth(int32_t depth) const;
     MultiValue runBody(StmtList& body, Environment& env);
     Flow executeAssignment(AssignmentStmt& stmt, Environment& env);
     Flow executeNumericFor(NumericForStmt& stmt, Environment& env);

@@ -463,17 +463,21 @@ void tableSetView(Table* table, const TableKeyView& key, Value value) {
 
 void tableSetInteger(Table* table, int64_t key, Value value) {
     if (!table) return;
-    // The common case first: an existing array element.
-    if (key >= 1 && uint64_t(key) <= table->array.size() && table->hash.empty()) {
+    // The common cases first: an element of the array part, or one appended right behind it,
+    // where the array takes the key whatever the value (shouldStoreArrayKey agrees).
+    if (key >= 1 && table->hash.empty() && uint64_t(key) <= table->array.size() + 1) {
         bool lengthValid = table->lengthVersion == table->version;
         uint64_t length = table->cachedLength;
         bool nonNil = !value.isNil();
-        table->array[size_t(key - 1)] = std::move(value);
+        if (uint64_t(key) == table->array.size() + 1) table->array.push_back(std::move(value));
+        else table->array[size_t(key - 1)] = std::move(value);
         table->version++;
-        TableKeyView view;
-        view.kind = 0;
-        view.integerValue = key;
-        carryLength(*table, lengthValid, length, view, nonNil);
+        if (lengthValid) {
+            TableKeyView view;
+            view.kind = 0;
+            view.integerValue = key;
+            carryLength(*table, true, length, view, nonNil);
+        }
         return;
     }
     TableKeyView view;

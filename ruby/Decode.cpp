@@ -1,7 +1,8 @@
 // Turns the instructions of a verified function into the operations of the unchecked loop.
-// Loads that feed an operator, the operator and a conditional jump on its result become one
-// operation; so do an assignment and the pop behind it. Nothing is fused across a jump target,
-// so every target is the start of an operation.
+// Loads that feed an operator or an index, the operator and a conditional jump on its result
+// become one operation; so do an arithmetic operator with the assignment and pop behind it, and
+// an assignment with its pop. Nothing is fused across a jump target, so every target is the
+// start of an operation. Unreachable instructions become a trap that never runs.
 #include <algorithm>
 
 #include "ruby/Decoded.h"
@@ -115,6 +116,38 @@ void decodeFunction(CompiledFunction& function, const std::vector<bool>& reachab
             continue;
         }
 
+        // Indexing, with the same operand places.
+        auto isIndex = [&](size_t at) { return inGroup(at) && code[at].opcode == OpCode::Index; };
+        operands = -1;
+        if (loads(pc) && isLoad(pc + 1) && isIndex(pc + 2)) operands = 2;
+        else if (loads(pc) && isIndex(pc + 1)) operands = 1;
+        else if (ins.opcode == OpCode::Index) operands = 0;
+        if (operands >= 0) {
+            int kindA = KS, kindB = KS;
+            if (operands == 2) {
+                kindA = operandOf(pc, op.x);
+                kindB = operandOf(pc + 1, op.y);
+                op.pcA = static_cast<uint32_t>(pc);
+                op.pcB = static_cast<uint32_t>(pc + 1);
+            } else if (operands == 1) {
+                kindB = operandOf(pc, op.y);
+                op.pcB = static_cast<uint32_t>(pc);
+            }
+            size_t opPc = pc + static_cast<size_t>(operands);
+            op.pc = static_cast<uint32_t>(opPc);
+            op.line = code[opPc].line;
+            if (inGroup(opPc + 1) && code[opPc + 1].opcode == OpCode::JumpIfFalse) {
+                op.code = indexJumpCode(kindA, kindB);
+                op.target = code[opPc + 1].a;
+                pc = opPc + 2;
+            } else {
+                op.code = indexCode(kindA, kindB);
+                pc = opPc + 1;
+            }
+            ops.push_back(op);
+            continue;
+        }
+
         if (loads(pc) && inGroup(pc + 1) && code[pc + 1].opcode == OpCode::Return) {
             int kind = operandOf(pc, op.x);
             op.code = kind == KK ? ReturnK : kind == KL ? ReturnL : ReturnG;
@@ -165,7 +198,6 @@ void decodeFunction(CompiledFunction& function, const std::vector<bool>& reachab
             op.code = MakeArray;
             op.target = ins.a;
             break;
-        case OpCode::Index: op.code = Index; break;
         default: op.code = Nop; break;
         }
         ops.push_back(op);
@@ -176,11 +208,13 @@ void decodeFunction(CompiledFunction& function, const std::vector<bool>& reachab
     end.pc = end.pcA = end.pcB = static_cast<uint32_t>(count);
     ops.push_back(end);
     // Jump targets in operation numbers; verification put every reachable one at a group start.
-    auto isCompareJump = [](const DecodedOp& op) { return op.code >= CompareJumpBase && op.code < CodeEnd; };
+    auto isCompareJump = [](const DecodedOp& op) { return op.code >= CompareJumpBase && op.code < BinaryStoreBase; };
+    auto isIndexJump = [](const DecodedOp& op) { return op.code >= IndexJumpBase && op.code < CodeEnd; };
     for (size_t i = 0; i < ops.size(); ++i) {
         DecodedOp& op = ops[i];
         op.next = static_cast<int32_t>(i + 1);
-        if (op.code == Jump || op.code == JumpIfFalse || isCompareJump(op)) op.target = opAt[static_cast<size_t>(op.target)];
+        if (op.code == Jump || op.code == JumpIfFalse || isCompareJump(op) || isIndexJump(op))
+            op.target = opAt[static_cast<size_t>(op.target)];
     }
     // A jump to a loop's condition evaluates the condition itself, and goes to the body or out.
     // Only where the way out lies past both, so that the steps counted stay the same.

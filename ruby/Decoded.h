@@ -37,7 +37,6 @@ enum Code : uint16_t {
     ReturnL,
     ReturnG,
     MakeArray,
-    Index,
     Nop,
     Unreachable,
     End,  // behind the last operation: the function ran off its end
@@ -48,7 +47,11 @@ enum Code : uint16_t {
     // + binary * 16 + kind of A * 4 + kind of B, for the arithmetic operators: the result is
     // assigned to a name, and becomes the last value, as the assignment and its pop would do
     BinaryStoreBase = CompareJumpBase + (BinaryCount - kFirstComparison) * 16,
-    CodeEnd = BinaryStoreBase + kFirstComparison * 16,
+    // + kind of the object * 4 + kind of the index: `object[index]` pushed, or, for the jump,
+    // tested and jumped on when false
+    IndexBase = BinaryStoreBase + kFirstComparison * 16,
+    IndexJumpBase = IndexBase + 16,
+    CodeEnd = IndexJumpBase + 16,
 };
 
 constexpr uint16_t binaryCode(int binary, int kindA, int kindB) {
@@ -56,6 +59,10 @@ constexpr uint16_t binaryCode(int binary, int kindA, int kindB) {
 }
 constexpr uint16_t binaryStoreCode(int binary, int kindA, int kindB) {
     return static_cast<uint16_t>(BinaryStoreBase + binary * 16 + kindA * 4 + kindB);
+}
+constexpr uint16_t indexCode(int kindA, int kindB) { return static_cast<uint16_t>(IndexBase + kindA * 4 + kindB); }
+constexpr uint16_t indexJumpCode(int kindA, int kindB) {
+    return static_cast<uint16_t>(IndexJumpBase + kindA * 4 + kindB);
 }
 constexpr uint16_t compareJumpCode(int binary, int kindA, int kindB) {
     return static_cast<uint16_t>(CompareJumpBase + (binary - kFirstComparison) * 16 + kindA * 4 + kindB);

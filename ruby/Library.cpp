@@ -305,9 +305,8 @@ RubyValue toNumber(const Args& args) {
 
 }  // namespace
 
-void requireArgumentCount(const char* name, int argCount, int min, int max) {
-    if (argCount < min || (max != kNoUpperLimit && argCount > max))
-        fail(std::string(name) + " expects " + describeArgumentExpectation(min, max));
+void argumentCountError(const char* name, int min, int max) {
+    fail(std::string(name) + " expects " + describeArgumentExpectation(min, max));
 }
 
 RubyValue tableSet(const RubyValue* args, int argCount, const RubyLimits& limits) {

@@ -252,13 +252,11 @@ OT_RUBY_NOINLINE RubyValue* makeArrayOp(RubyValue* sp, const DecodedOp& op) {
     return first + 1;
 }
 
-OT_RUBY_NOINLINE RubyValue* indexOp(const Context& c, RubyValue* sp, const DecodedOp& op) {
-    RubyValue& object = sp[-2];
-    RubyValue& index = sp[-1];
+RubyValue indexValue(const Context& c, const RubyValue& object, const RubyValue& index, uint32_t line) {
     RubyValue result;
     if (A::tag(object) == RubyValueType::Array && A::tag(index) == RubyValueType::Integer) {
         int64_t at = A::integer(index);
-        if (at < 0) runtimeError(c.program, op.line, "array index must be non-negative");
+        if (at < 0) runtimeError(c.program, line, "array index must be non-negative");
         const RubyArray& elements = A::array(object);
         if (static_cast<uint64_t>(at) < elements.size()) result = elements[static_cast<size_t>(at)];
     } else if (A::tag(object) == RubyValueType::Map && A::tag(index) == RubyValueType::String) {
@@ -266,11 +264,69 @@ OT_RUBY_NOINLINE RubyValue* indexOp(const Context& c, RubyValue* sp, const Decod
         auto found = entries.find(A::string(index));
         if (found != entries.end()) result = found->second;
     } else {
-        result = arrayGet(object, index, c.program, op.line);
+        result = arrayGet(object, index, c.program, line);
     }
-    object = std::move(result);
-    A::clear(index);
-    return sp - 1;
+    return result;
+}
+
+template <int pops>
+OT_RUBY_COLD RubyValue* indexSlow(const Context& c, RubyValue* sp, const RubyValue& object, const RubyValue& index,
+                                  const DecodedOp& op) {
+    RubyValue result = indexValue(c, object, index, op.line);
+    if constexpr (pops >= 1) A::clear(sp[-1]);
+    if constexpr (pops == 2) A::clear(sp[-2]);
+    RubyValue* out = sp - pops;
+    new (out) RubyValue(std::move(result));
+    return out + 1;
+}
+
+OT_RUBY_COLD bool indexTruthSlow(const Context& c, const RubyValue& object, const RubyValue& index,
+                                 const DecodedOp& op) {
+    return indexValue(c, object, index, op.line).isTruthy();
+}
+
+// `object[index]` from the operands' places. An element that holds no shared object is copied
+// without touching the array's count.
+template <int KA, int KB>
+OT_RUBY_INLINE RubyValue* indexOp(const Context& c, RubyValue* sp, const DecodedOp& op) {
+    constexpr int pops = (KA == KS) + (KB == KS);
+    const RubyValue& object = operand<KA>(c, sp - pops, op.x, op.pcA);
+    const RubyValue& index = operand<KB>(c, sp - 1, op.y, op.pcB);
+    if (A::tag(object) == RubyValueType::Array && A::tag(index) == RubyValueType::Integer) {
+        const RubyArray& elements = A::array(object);
+        const int64_t at = A::integer(index);
+        if (at >= 0 && static_cast<uint64_t>(at) < elements.size()) {
+            const RubyValue& element = elements[static_cast<size_t>(at)];
+            if (!A::isShared(element)) {
+                Scalar scalar{A::tag(element), A::bits(element)};
+                if constexpr (pops >= 1) A::clear(sp[-1]);
+                if constexpr (pops == 2) A::clear(sp[-2]);
+                A::putScalar(sp[-pops], scalar);
+                return sp - pops + 1;
+            }
+        }
+    }
+    return indexSlow<pops>(c, sp, object, index, op);
+}
+
+// The same read, tested for truth: nothing is copied at all on the common path.
+template <int KA, int KB>
+OT_RUBY_INLINE bool indexTruth(const Context& c, RubyValue*& sp, const DecodedOp& op) {
+    constexpr int pops = (KA == KS) + (KB == KS);
+    const RubyValue& object = operand<KA>(c, sp - pops, op.x, op.pcA);
+    const RubyValue& index = operand<KB>(c, sp - 1, op.y, op.pcB);
+    bool result;
+    if (A::tag(object) == RubyValueType::Array && A::tag(index) == RubyValueType::Integer && A::integer(index) >= 0) {
+        const RubyArray& elements = A::array(object);
+        const auto at = static_cast<uint64_t>(A::integer(index));
+        result = at < elements.size() && elements[static_cast<size_t>(at)].isTruthy();
+    } else {
+        result = indexTruthSlow(c, object, index, op);
+    }
+    if constexpr (pops >= 1) A::clear(sp[-1]);
+    if constexpr (pops == 2) A::clear(sp[-2]);
+    sp -= pops;
+    return result;
 }
 
 }  // namespace
@@ -312,6 +368,17 @@ RubyValue RubyVM::Impl::runVerified(const std::shared_ptr<Program>& programPtr, 
         sp = binaryStoreOp<B, KA, KB>(c, sp, op, lastValue);      \
         ++ip;                                                     \
         continue;
+#define OT_RUBY_INDEX_CASE(B, KA, KB)                \
+    case indexCode(KA, KB):                          \
+        sp = indexOp<KA, KB>(c, sp, op);             \
+        ++ip;                                        \
+        continue;                                    \
+    case indexJumpCode(KA, KB):                      \
+        if (indexTruth<KA, KB>(c, sp, op))           \
+            ++ip;                                    \
+        else                                         \
+            OT_RUBY_JUMP(op.target);                 \
+        continue;
 #define OT_RUBY_COMPARE_CASE(B, KA, KB)             \
     case compareJumpCode(B, KA, KB):                \
         if (op.stepFirst) step();                   \
@@ -346,6 +413,7 @@ RubyValue RubyVM::Impl::runVerified(const std::shared_ptr<Program>& programPtr, 
             OT_RUBY_KINDS(OT_RUBY_BINARY_STORE_CASE, BMul)
             OT_RUBY_KINDS(OT_RUBY_BINARY_STORE_CASE, BDiv)
             OT_RUBY_KINDS(OT_RUBY_BINARY_STORE_CASE, BMod)
+            OT_RUBY_KINDS(OT_RUBY_INDEX_CASE, 0)
         case PushK:
             OT_RUBY_PUSH(c.constants[op.x]);
             ++ip;
@@ -447,10 +515,7 @@ RubyValue RubyVM::Impl::runVerified(const std::shared_ptr<Program>& programPtr, 
             sp = makeArrayOp(sp, op);
             ++ip;
             continue;
-        case Index:
-            sp = indexOp(c, sp, op);
-            ++ip;
-            continue;
+
         case Nop:
             ++ip;
             continue;
@@ -472,6 +537,7 @@ RubyValue RubyVM::Impl::runVerified(const std::shared_ptr<Program>& programPtr, 
 #undef OT_RUBY_BINARY_CASE
 #undef OT_RUBY_COMPARE_CASE
 #undef OT_RUBY_BINARY_STORE_CASE
+#undef OT_RUBY_INDEX_CASE
 #undef OT_RUBY_JUMP
 #undef OT_RUBY_PUSH
 }

@@ -46,6 +46,7 @@ struct RubyValueAccess {
         value.type_ = kUnset;
     }
     static int64_t integer(const RubyValue& value) { return value.integer_; }
+    static uint64_t bits(const RubyValue& value) { return value.bits_; }
     static double number(const RubyValue& value) { return value.number_; }
     static bool boolean(const RubyValue& value) { return value.boolean_; }
     // The setters are for a value that holds no shared object.

@@ -181,8 +181,11 @@ private:
 };
 
 // Library.cpp: the argument checks, and table_set, which the VM runs as a built-in.
-void requireArgumentCount(const char* name, int argCount, int min, int max);
-RubyValue tableSet(const RubyValue* args, int argCount, const RubyLimits& limits);
 constexpr int kNoUpperLimit = -1;
+[[noreturn]] void argumentCountError(const char* name, int min, int max);
+inline void requireArgumentCount(const char* name, int argCount, int min, int max) {
+    if (argCount < min || (max != kNoUpperLimit && argCount > max)) argumentCountError(name, min, max);
+}
+RubyValue tableSet(const RubyValue* args, int argCount, const RubyLimits& limits);
 
 }  // namespace orvane::ruby

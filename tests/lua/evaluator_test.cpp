@@ -183,6 +183,27 @@ TEST(LuaEvaluator, ReturnFromNestedBlocks) {
     EXPECT_EQ(errorOf("break"), "t:1: break outside a loop");
 }
 
+TEST(LuaEvaluator, BlocksWithoutLocalsReachOuterVariables) {
+    // if blocks without locals or closures share their parent's environment; every lookup
+    // through them must still land on the right variable.
+    EXPECT_EQ(textOf(R"(
+        local a = 1
+        local function f(x)
+          if x > 0 then
+            if x > 1 then
+              a = a + x
+              while x > 5 do x = x - 1 a = a + 1 end
+            else
+              a = a * 10
+            end
+          end
+          return a
+        end
+        local function g(x) if x then if true then local y = x * 2 if y > 2 then return y + a end end end end
+        return f(1), f(3), f(8), g(2), g(false))"),
+              "[10, 13, 24, 28]");
+}
+
 TEST(LuaEvaluator, ClosuresShareLiveVariables) {
     EXPECT_EQ(textOf(R"(
         local function counter()

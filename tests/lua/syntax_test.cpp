@@ -1,5 +1,5 @@
 // The lexer and parser through the VM: every refusal carries the chunk name, line, column and
-// message; what the dialect leaves out of its family's syntax fails where its rules say.
+// message; what the dialect does not have fails where its rules say.
 #include <gtest/gtest.h>
 
 #include "tests/lua/LuaTestSupport.h"
