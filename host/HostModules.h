@@ -9,12 +9,17 @@ namespace orvane {
 constexpr int32_t kFrameMilliseconds = 41;
 
 void registerFunctions();
+// The interop globals of the two dialect VMs; each binds once, a second call does nothing.
+void bindRubyScriptEngineInterop();
+void bindLuaScriptEngineInterop();
 void registerGlobalHelpers();
 Variable makeOrvaneModule();
 Variable makeAiModule();
 Variable makeAudioModule();
 Variable makeFontModule();
 Variable makeKorvoModule();
+Variable makeLuaModule();
+Variable makeRubyModule();
 // The constants and flags that scripts share with the engine, in their fixed order.
 void registerEngineConstants();
 // Writes the input globals, in their fixed order, after a fresh poll of the keyboard.

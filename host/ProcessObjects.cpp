@@ -9,5 +9,7 @@ std::string path;
 std::vector<buttonVec> buttons;
 std::chrono::system_clock::time_point wtime = std::chrono::system_clock::now();
 std::chrono::system_clock::time_point gtime = wtime;
+lua::LuaVM luaVM;
+ruby::RubyVM rubyVM;
 
 }  // namespace orvane

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "lua/LuaVM.h"
+#include "ruby/RubyVM.h"
 #include "script/OrvaneScript.h"
 
 namespace orvane {
@@ -20,5 +22,8 @@ extern std::string path;
 extern std::vector<buttonVec> buttons;
 extern std::chrono::system_clock::time_point wtime;
 extern std::chrono::system_clock::time_point gtime;
+// One VM of each dialect: every Lua.* call shares one set of globals, every Ruby.* call the other.
+extern lua::LuaVM luaVM;
+extern ruby::RubyVM rubyVM;
 
 }  // namespace orvane

@@ -8,9 +8,13 @@
 namespace orvane {
 
 void registerFunctions() {
+    bindRubyScriptEngineInterop();
+    bindLuaScriptEngineInterop();
     if (ot_has_window()) engine.pushVariable("Metal", makeMetalModule());
     engine.pushVariable("Sailfish", makeSailfishModule());
     engine.pushVariable("Orvane", makeOrvaneModule());
+    engine.pushVariable("Ruby", makeRubyModule());
+    engine.pushVariable("Lua", makeLuaModule());
     engine.pushVariable("Audio", makeAudioModule());
     engine.pushVariable("AI", makeAiModule());
     engine.pushVariable("Font", makeFontModule());

@@ -1,0 +1,2 @@
+# A file's last value is its result.
+"hello from OrvaneRuby"
