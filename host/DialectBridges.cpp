@@ -25,6 +25,7 @@ struct LuaDialect {
     static constexpr auto unwrap = unwrapLuaResult;
     static constexpr auto fromBytecode = luaBytecodeToVariable;
     static constexpr auto toBytecode = variableToLuaBytecode;
+    static constexpr auto bind = lua::bindCppFunctionToLuaVM;
 };
 
 struct RubyDialect {
@@ -36,6 +37,7 @@ struct RubyDialect {
     static constexpr auto unwrap = unwrapRubyResult;
     static constexpr auto fromBytecode = rubyBytecodeToVariable;
     static constexpr auto toBytecode = variableToRubyBytecode;
+    static constexpr auto bind = ruby::bindCppFunctionToRubyVM;
 };
 
 constexpr const char* kDefaultSourceName = "<string>";
@@ -145,21 +147,25 @@ typename From::Value otherDialectVar(const std::vector<typename From::Value>& ar
     return From::toValue(To::toVariable(value, functionName, 0), functionName, 0);
 }
 
+// orvane_var and the global that reads the other dialect, bound into the VM of D.
+template <class D, class Other>
+void bindVariableInterop(const std::string& otherDialectFunction) {
+    using Args = std::vector<typename D::Value>;
+    D::bind(D::vm, "orvane_var", [](auto&, const Args& args) { return orvaneVar<D>(args); });
+    D::bind(D::vm, otherDialectFunction, [otherDialectFunction](auto&, const Args& args) {
+        return otherDialectVar<D, Other>(args, otherDialectFunction);
+    });
+}
+
 }  // namespace
 
 void bindLuaScriptEngineInterop() {
     static bool bound = false;
     if (bound) return;
     bound = true;
-    using Args = std::vector<lua::LuaValue>;
-    bindCppFunctionToLuaVM(luaVM, "orvane_var", [](lua::LuaVM&, const Args& args) {
-        return orvaneVar<LuaDialect>(args);
-    });
-    bindCppFunctionToLuaVM(luaVM, "ruby_var", [](lua::LuaVM&, const Args& args) {
-        return otherDialectVar<LuaDialect, RubyDialect>(args, "ruby_var");
-    });
+    bindVariableInterop<LuaDialect, RubyDialect>("ruby_var");
     // Milliseconds since the process started; OrvaneRuby's own time_ms is another clock.
-    bindCppFunctionToLuaVM(luaVM, "time_ms", [](lua::LuaVM&, const Args& args) {
+    bindCppFunctionToLuaVM(luaVM, "time_ms", [](lua::LuaVM&, const std::vector<lua::LuaValue>& args) {
         if (!args.empty()) bindingError("time_ms", "expects no arguments");
         const auto elapsed = std::chrono::system_clock::now() - gtime;
         return lua::LuaValue(int64_t(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()));
@@ -170,13 +176,7 @@ void bindRubyScriptEngineInterop() {
     static bool bound = false;
     if (bound) return;
     bound = true;
-    using Args = std::vector<ruby::RubyValue>;
-    bindCppFunctionToRubyVM(rubyVM, "orvane_var", [](ruby::RubyVM&, const Args& args) {
-        return orvaneVar<RubyDialect>(args);
-    });
-    bindCppFunctionToRubyVM(rubyVM, "lua_var", [](ruby::RubyVM&, const Args& args) {
-        return otherDialectVar<RubyDialect, LuaDialect>(args, "lua_var");
-    });
+    bindVariableInterop<RubyDialect, LuaDialect>("lua_var");
 }
 
 Variable makeLuaModule() { return makeDialectModule<LuaDialect>(); }
