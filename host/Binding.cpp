@@ -1,6 +1,8 @@
 #include "host/Binding.h"
 
+#include <cerrno>
 #include <cmath>
+#include <cstdlib>
 #include <stdexcept>
 
 #include "host/ProcessObjects.h"
@@ -78,14 +80,13 @@ const Variable* getFieldValuePtr(const Variable& value, const std::string& name)
 
 bool isWholeNumber(double x) { return x == std::floor(x); }
 
+// The standard conversion, so a sign, leading blanks and leading zeros are taken as it takes them.
 bool parsePositiveIntegerKey(const std::string& text, int32_t& out) {
-    if (text.empty() || text.size() > 10) return false;
-    int64_t value = 0;
-    for (char c : text) {
-        if (c < '0' || c > '9') return false;
-        value = value * 10 + (c - '0');
-    }
-    if (value < 1 || value > INT32_MAX) return false;
+    if (text.empty()) return false;
+    errno = 0;
+    char* end = nullptr;
+    const long long value = std::strtoll(text.c_str(), &end, 10);
+    if (errno == ERANGE || end != text.c_str() + text.size() || value < 1 || value > INT32_MAX) return false;
     out = int32_t(value);
     return true;
 }
