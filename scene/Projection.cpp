@@ -21,7 +21,10 @@ constexpr float kFlatTriangle = 1e-6f;
 constexpr float kStepHeightMin = 0.001f;
 // Four floats handled as one value; the compiler's vector types build for SSE2 and NEON alike.
 using Lanes = float __attribute__((vector_size(16)));
+using LaneMask = int32_t __attribute__((vector_size(16)));
 Lanes splat(float value) { return Lanes{value, value, value, value}; }
+LaneMask select(LaneMask mask, LaneMask yes, LaneMask no) { return (yes & mask) | (no & ~mask); }
+Lanes select(LaneMask mask, Lanes yes, Lanes no) { return Lanes(select(mask, LaneMask(yes), LaneMask(no))); }
 
 // A quad clipped by one plane has at most five corners.
 constexpr size_t kMostClipped = 8;
@@ -36,12 +39,28 @@ struct ScreenVertex {
 
 // The fraction of a texture coordinate, as value minus its floor, without the library call that
 // floor becomes on baseline x86-64: exact wherever a float's truncation fits an int.
+constexpr float kIntRange = 2147483520.0f;  // the largest float below 2^31
 float wrapped(float value) {
-    constexpr float kIntRange = 2147483520.0f;  // the largest float below 2^31
     if (!(std::fabs(value) < kIntRange)) return value - std::floor(value);
     const float whole = float(int32_t(value));
     const float fraction = value - (whole > value ? whole - 1 : whole);
     return fraction < 0 ? fraction + 1 : fraction;
+}
+
+// `wrapped` in four lanes; a lane beyond the int range takes the single pixel's route.
+Lanes wrappedLanes(Lanes value) {
+    const LaneMask inRange = (value < splat(kIntRange)) & (value > splat(-kIntRange));
+    if (!(inRange[0] & inRange[1] & inRange[2] & inRange[3])) {
+        return Lanes{wrapped(value[0]), wrapped(value[1]), wrapped(value[2]), wrapped(value[3])};
+    }
+    const Lanes whole = __builtin_convertvector(__builtin_convertvector(value, LaneMask), Lanes);
+    const Lanes fraction = value - select(whole > value, whole - 1.0f, whole);
+    return select(fraction < splat(0), fraction + 1.0f, fraction);
+}
+
+LaneMask clampedLanes(LaneMask index, int32_t size) {
+    const LaneMask low{0, 0, 0, 0}, high = LaneMask{1, 1, 1, 1} * (size - 1);
+    return select(index < low, low, select(index > high, high, index));
 }
 
 uint8_t clampedByte(float value) {
@@ -173,10 +192,12 @@ private:
             };
             int32_t x = first;
             // Four pixels at a time: the same operations in the same order in each lane, so each
-            // lane rounds exactly as the single pixel below does.
+            // lane rounds exactly as the single pixel below does; the depth test and the texel's
+            // place are worked out for all four before any lane is drawn.
             if (!projectionScansWholeBoxes) {
                 const Lanes bx = splat(b.x), cx = splat(c.x), ax = splat(a.x);
                 const Lanes ayl = splat(ay), byl = splat(by), cyl = splat(cy), areal = splat(area);
+                const Lanes widthLanes = splat(float(textureWidth)), heightLanes = splat(float(textureHeight));
                 for (; x + 3 <= last; x += 4) {
                     const Lanes px = Lanes{float(x), float(x + 1), float(x + 2), float(x + 3)} + 0.5f;
                     const Lanes wa = (bx - px) * cyl - byl * (cx - px);
@@ -184,8 +205,36 @@ private:
                     const Lanes wc = (ax - px) * byl - ayl * (bx - px);
                     const Lanes da = wa / areal, db = wb / areal, dc = wc / areal;
                     const Lanes iz = da * a.iz + db * b.iz + dc * c.iz;
-                    for (int lane = 0; lane < 4; ++lane)
-                        if (!mixed(wa[lane], wb[lane], wc[lane])) shade(x + lane, da[lane], db[lane], dc[lane], iz[lane]);
+                    const Lanes z = 1.0f / iz;
+                    float* const stored = depths + size_t(y) * stride + size_t(x);
+                    Lanes storedLanes;
+                    std::memcpy(&storedLanes, stored, sizeof storedLanes);
+                    const Lanes zero = splat(0);
+                    const LaneMask mixedLanes =
+                        ((wa < zero) | (wb < zero) | (wc < zero)) & ((wa > zero) | (wb > zero) | (wc > zero));
+                    // Written as the single pixel's rejections, negated, so NaN compares alike.
+                    const LaneMask drawn = ~mixedLanes & (iz > zero) & ~(z <= splat(kNear)) & ~(z > splat(farthest)) &
+                                           ~(z >= storedLanes);
+                    if (!(drawn[0] | drawn[1] | drawn[2] | drawn[3])) continue;
+                    const Lanes u = wrappedLanes((da * a.uz + db * b.uz + dc * c.uz) * z);
+                    const Lanes v = wrappedLanes((da * a.vz + db * b.vz + dc * c.vz) * z);
+                    // Out of range, NaN included, truncates to the lowest int, which the clamp
+                    // takes to 0 as the single pixel's fallback does.
+                    const LaneMask columns = clampedLanes(__builtin_convertvector(widthLanes * u, LaneMask), textureWidth);
+                    const LaneMask rows = clampedLanes(__builtin_convertvector(heightLanes * v, LaneMask), textureHeight);
+                    for (int lane = 0; lane < 4; ++lane) {
+                        if (!drawn[lane]) continue;
+                        const uint8_t* texel =
+                            texels + (size_t(rows[lane]) * size_t(textureWidth) + size_t(columns[lane])) * 4;
+                        if (texel[3] == 0) continue;
+                        uint8_t* pixel = pixels + (size_t(y) * stride + size_t(x + lane)) * 4;
+                        if (texel[3] == 255) {
+                            std::memcpy(pixel, texel, 4);
+                            stored[lane] = z[lane];
+                        } else {
+                            blendPixelOver(pixel, texel);
+                        }
+                    }
                 }
             }
             for (; x <= last; ++x) {
@@ -229,8 +278,10 @@ void blendPixelOver(uint8_t* destination, const uint8_t* source) {
 void renderProjectionScene(NuvraImage& output) {
     if (!output.pixels || output.width < 1 || output.height < 1) return;
     const uint8_t fog[4] = {clampedByte(fogR), clampedByte(fogG), clampedByte(fogB), 255};
-    for (size_t i = 0; i < size_t(output.width) * size_t(output.height); ++i)
-        std::copy(fog, fog + 4, output.pixels + i * 4);
+    // One row of fog, copied to the others.
+    const size_t rowBytes = size_t(output.width) * 4;
+    for (size_t i = 0; i < rowBytes; i += 4) std::memcpy(output.pixels + i, fog, 4);
+    for (int32_t y = 1; y < output.height; ++y) std::memcpy(output.pixels + size_t(y) * rowBytes, output.pixels, rowBytes);
     const SceneView scene = makeSceneView();
     Projector projector(output, scene);
     const float size = scene.tileSize;

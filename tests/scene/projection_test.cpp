@@ -132,18 +132,27 @@ TEST_F(ProjectionTest, WallSilhouettesAgreeWithTheRaycaster) {
 namespace orvane {
 namespace {
 
-// Each triangle fills only the part of each row where its weights can be in; the plain route
-// tests every pixel of its box. Random maps seen from random places, close to walls too, where
+// Each triangle fills only the part of each row where its weights can be in, four pixels at a
+// time; the plain route tests every pixel of its box, one by one. Random maps seen from random places, close to walls too, where
 // corners project far off the screen, must come out the same both ways.
 TEST_F(ProjectionTest, RowSpansGiveTheSamePixelsAsWholeBoxes) {
     uint32_t seed = 7;
     const auto next = [&seed](uint32_t range) { return ((seed = seed * 1664525u + 1013904223u) >> 8) % range; };
     emptyMap(6, 6);
-    const int32_t textures[] = {texture(200, 30, 30), texture(30, 200, 30, 120), texture(30, 30, 200)};
+    // Every texel differs, some clear and some translucent, so a lane reading the wrong texel shows.
+    const auto patterned = [&](int32_t width, int32_t height) {
+        NuvraImage* pattern = createSolidColourImage(width, height, 0, 0, 0, 255);
+        for (int32_t i = 0; i < width * height * 4; ++i) pattern->pixels[i] = uint8_t(next(256));
+        for (int32_t i = 0; i < width * height; i += 3) pattern->pixels[i * 4 + 3] = i % 2 ? 0 : 255;
+        handles.push_back(liveNuvraImages.enter(pattern));
+        textures.push_back(handles.back());
+        return int32_t(textures.size() - 1);
+    };
+    const int32_t chosen[] = {patterned(5, 3), patterned(7, 9), patterned(16, 16)};
     for (int32_t x = 0; x < 6; ++x)
         for (int32_t z = 0; z < 6; ++z) {
-            walls[x][z] = next(5) == 0 ? textures[next(3)] : 0;
-            floors[x][z] = textures[next(3)], roofs[x][z] = textures[next(3)];
+            walls[x][z] = next(5) == 0 ? chosen[next(3)] : 0;
+            floors[x][z] = chosen[next(3)], roofs[x][z] = chosen[next(3)];
             roofsOff[x][z] = int32_t(next(9)) - 4, floorsOff[x][z] = int32_t(next(9)) - 4;
         }
     for (int view = 0; view < 12; ++view) {
