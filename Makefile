@@ -66,7 +66,7 @@ test-aarch64: deps-aarch64
 	cd $(AARCH64_BUILD) && OT_EMULATOR=qemu-aarch64 OT_SCRIPT_TIMEOUT=600 QT_QPA_PLATFORM=offscreen \
 	  ctest --output-on-failure -j $(JOBS) -E '$(AARCH64_HOST_ONLY)'
 
-# Longer fuzzing of the image codecs, the font readers and the WAV reader than `make test` does; FUZZ_TIME
+# Longer fuzzing of every file reader and both dialects than `make test` does; FUZZ_TIME
 # seconds per target.
 FUZZ_BUILD ?= build-fuzz
 FUZZ_TIME  ?= 600
