@@ -64,6 +64,20 @@ void decodeFunction(CompiledFunction& function, const std::vector<bool>& reachab
     std::vector<DecodedOp> ops;
     std::vector<int32_t> opAt(count + 1, -1);
     size_t pc = 0;
+    // The loads in front of an operator at pc + operands become the op's operands, from the stack
+    // (KS) where there are none.
+    auto takeOperands = [&](DecodedOp& op, int operands, int& kindA, int& kindB) {
+        if (operands == 2) {
+            kindA = operandOf(pc, op.x);
+            kindB = operandOf(pc + 1, op.y);
+            op.pcA = static_cast<uint32_t>(pc);
+            op.pcB = static_cast<uint32_t>(pc + 1);
+        } else if (operands == 1) {
+            kindB = operandOf(pc, op.y);
+            op.pcB = static_cast<uint32_t>(pc);
+        }
+        return pc + static_cast<size_t>(operands);
+    };
     while (pc < count) {
         opAt[pc] = static_cast<int32_t>(ops.size());
         const Instruction& ins = code[pc];
@@ -84,16 +98,7 @@ void decodeFunction(CompiledFunction& function, const std::vector<bool>& reachab
         else if (binaryIndex(ins.opcode) >= 0) operands = 0;
         if (operands >= 0) {
             int kindA = KS, kindB = KS;
-            if (operands == 2) {
-                kindA = operandOf(pc, op.x);
-                kindB = operandOf(pc + 1, op.y);
-                op.pcA = static_cast<uint32_t>(pc);
-                op.pcB = static_cast<uint32_t>(pc + 1);
-            } else if (operands == 1) {
-                kindB = operandOf(pc, op.y);
-                op.pcB = static_cast<uint32_t>(pc);
-            }
-            size_t opPc = pc + static_cast<size_t>(operands);
+            const size_t opPc = takeOperands(op, operands, kindA, kindB);
             int binary = binaryIndex(code[opPc].opcode);
             op.pc = static_cast<uint32_t>(opPc);
             op.line = code[opPc].line;
@@ -124,16 +129,7 @@ void decodeFunction(CompiledFunction& function, const std::vector<bool>& reachab
         else if (ins.opcode == OpCode::Index) operands = 0;
         if (operands >= 0) {
             int kindA = KS, kindB = KS;
-            if (operands == 2) {
-                kindA = operandOf(pc, op.x);
-                kindB = operandOf(pc + 1, op.y);
-                op.pcA = static_cast<uint32_t>(pc);
-                op.pcB = static_cast<uint32_t>(pc + 1);
-            } else if (operands == 1) {
-                kindB = operandOf(pc, op.y);
-                op.pcB = static_cast<uint32_t>(pc);
-            }
-            size_t opPc = pc + static_cast<size_t>(operands);
+            const size_t opPc = takeOperands(op, operands, kindA, kindB);
             op.pc = static_cast<uint32_t>(opPc);
             op.line = code[opPc].line;
             if (inGroup(opPc + 1) && code[opPc + 1].opcode == OpCode::JumpIfFalse) {
