@@ -42,6 +42,11 @@ const Case kCases[] = {
     {"builtin call with 3 arguments", "s = 0\nfor i = 1, n\n s = math['max'](i, 3, 2) + s % 10\nend\n"},
     {"condition and branch", "c = 0\nfor i = 1, n\n if i % 3 == 0 and i > 5\n  c += 1\n end\nend\n"},
     {"call of a one-line function", "function add3(a, b, c)\n return a + b + c\nend\ns = 0\nfor i = 1, n\n s = add3(i, 1, 2) % 100\nend\n"},
+    {"call of a function with locals",
+     "function step(a, b)\n local t = a * 3\n local u = t + b\n return u % 100\nend\ns = 0\nfor i = 1, n\n s = step(i, s)\nend\n"},
+    {"method-style call",
+     "o = {x: 0}\nfunction o['add'](self, v)\n local x = self['x']\n self['x'] = (x + v) % 100\nend\n"
+     "for i = 1, n\n o['add'](o, i)\nend\n"},
 };
 
 }  // namespace

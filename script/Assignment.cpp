@@ -1,6 +1,8 @@
 // The three assignment shapes: one target, several plain targets, and everything else.
+#include <span>
 #include <stdexcept>
 
+#include "script/ArgumentBuffer.h"
 #include "script/FastScalarOps.h"
 #include "script/Operations.h"
 #include "script/OrvaneScript.h"
@@ -96,7 +98,7 @@ static void applyCompound(Variable& target, char op, const Variable& value) {
 // Writes through the indices of one target: creates missing levels for `=`, applies a compound
 // operator at the last key, and stores the variable again.
 void OrvaneScript::applyToTarget(const ParsedScriptLine& line, const ParsedAssignmentTarget& target,
-                                 const std::vector<Variable>& keys, char op, const Variable& value, Variable* readBack) {
+                                 std::span<const Variable> keys, char op, const Variable& value, Variable* readBack) {
     const std::string& name = line.tokens[target.nameToken];
     TokenAnalysis& analysis = line.analyses[target.nameToken];
     Variable created;
@@ -210,10 +212,13 @@ bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& res
     auto valueExpression = [&](size_t i) {
         return i < line.valueExpressions.size() ? &line.valueExpressions[i] : nullptr;
     };
+    auto keyOf = [&](const ParsedAssignmentTarget& target, size_t k) {
+        return evaluateRange(line, target.indexRanges[k],
+                             k < target.indexExpressions.size() ? &target.indexExpressions[k] : nullptr);
+    };
     auto evaluateKeys = [&](const ParsedAssignmentTarget& target, std::vector<Variable>& keys) {
         for (size_t k = 0; k < target.indexRanges.size(); ++k) {
-            const TokenRange& range = target.indexRanges[k];
-            keys.push_back(evaluateRange(line, range, k < target.indexExpressions.size() ? &target.indexExpressions[k] : nullptr));
+            keys.push_back(keyOf(target, k));
             if (shouldAbortForSoftRaisedError()) return false;
         }
         return true;
@@ -222,20 +227,25 @@ bool OrvaneScript::executeAssignment(const ParsedScriptLine& line, Variable& res
     // Shape 1: one target, at most one value.
     if (targets.size() == 1 && ranges.size() <= 1) {
         const ParsedAssignmentTarget& target = targets[0];
-        std::vector<Variable> keys;
-        if (!evaluateKeys(target, keys)) return true;
+        // The keys on the stack: `t['x'] = v` allocates nothing of its own.
+        ArgumentBuffer keys(target.indexRanges.size());
+        for (size_t k = 0; k < target.indexRanges.size(); ++k) {
+            keys.pushFrom([&] { return keyOf(target, k); });
+            if (shouldAbortForSoftRaisedError()) return true;
+        }
         Variable value;
         if (!ranges.empty()) {
-            value = evaluateRange(line, ranges[0], valueExpression(0));
+            const FastExpression* compiled = valueExpression(0);
+            value = evaluateRange(line, ranges[0], compiled);
             if (shouldAbortForSoftRaisedError()) return true;
-            bool call = line.singleValue().valid
-                            ? line.singleCall.valid || line.singleValue().nodes[size_t(line.singleValue().root)].kind ==
-                                                           FastExprNodeKind::Call
+            // A compiled value is a call when its root is; parentheses leave no node.
+            bool call = compiled && compiled->valid
+                            ? line.singleCall.valid || compiled->nodes[size_t(compiled->root)].kind == FastExprNodeKind::Call
                             : isCallShaped(tokens, ranges[0]);
             if (value.type == VarType::Multi && call) value = firstOfMulti(value);
         }
-        if (!keys.empty()) {
-            applyToTarget(line, target, keys, op, value, nullptr);
+        if (keys.size() > 0) {
+            applyToTarget(line, target, {keys.data(), keys.size()}, op, value, nullptr);
         } else if (op == '=') {
             storeAssigned(line, target.nameToken, value);
         } else {

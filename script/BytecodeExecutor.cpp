@@ -12,23 +12,24 @@ namespace orvane {
 
 namespace {
 
-// A block scope that is pushed only when the block declares locals or a local scope is
-// visible already, which keeps scope depths as the resolution cache saw them.
+// A block scope, pushed only when the block declares locals: an empty scope hides nothing.
 struct ConditionalScopeGuard {
     ConditionalScopeGuard(OrvaneScript& s, bool push)
         : script(s), pushed(push), height(s.localScopes.size()), base(s.localScopeBase) {
         if (!pushed) return;
+        state = script.saveScopeState();
         script.pushScope(script.localScopes);
     }
     ~ConditionalScopeGuard() {
         if (!pushed) return;
-        // The base first: the pop then draws the one new epoch for both.
         script.localScopeBase = base;
         script.popScopes(script.localScopes, height);
+        script.restoreScopeState(state);
     }
     OrvaneScript& script;
     bool pushed;
     size_t height, base;
+    OrvaneScript::ScopeState state{};
 };
 
 const char* kErrorPrefix = "OrvaneScript error:";
@@ -76,7 +77,7 @@ Variable OrvaneScript::executeBytecodeChunkInternal(const std::shared_ptr<Byteco
     checkNativeStack();
     if (!program || chunkIndex >= program->chunks.size()) throw std::runtime_error("Invalid bytecode chunk index");
     const BytecodeChunk& chunk = program->chunks[chunkIndex];
-    ConditionalScopeGuard scope(*this, allowScope && (chunk.hasLocalDeclarations || localScopes.size() > localScopeBase));
+    ConditionalScopeGuard scope(*this, allowScope && chunk.hasLocalDeclarations);
     if (uint64_t(chunk.firstInstruction) + chunk.instructionCount > program->instructions.size())
         throw std::runtime_error("Bytecode chunk range is out of bounds");
     // One way out for the value, so that it is built in the caller's place.
@@ -117,8 +118,7 @@ Variable OrvaneScript::runBlock(const std::shared_ptr<BytecodeProgram>& program,
     const BytecodeProgram& p = *program;
     if (localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk)) {
         runInlineChunk(program, chunk, signal, running);
-    } else if (localScopes.size() <= localScopeBase && chunk < p.chunks.size() &&
-               !p.chunks[chunk].hasLocalDeclarations &&
+    } else if (chunk < p.chunks.size() && !p.chunks[chunk].hasLocalDeclarations &&
                uint64_t(p.chunks[chunk].firstInstruction) + p.chunks[chunk].instructionCount <= p.instructions.size()) {
         // A block that would push no scope (an `if` branch that returns, say) runs in the activation
         // of its parent, whose handler turns its errors into the same located texts.
@@ -396,8 +396,12 @@ bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>&
     struct LoopScope {
         OrvaneScript& script;
         size_t index;
-        ~LoopScope() { script.popScopes(script.nativeScopes, index); }
-    } scope{*this, nativeScopes.size()};
+        OrvaneScript::ScopeState state;
+        ~LoopScope() {
+            script.popScopes(script.nativeScopes, index);
+            script.restoreScopeState(state);
+        }
+    } scope{*this, nativeScopes.size(), saveScopeState()};
     noteScopeName(line.tokens[1]);
     pushScope(nativeScopes).push_back({line.tokens[1], Variable(first)});
     bool inlineBody = localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk);

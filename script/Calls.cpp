@@ -28,7 +28,7 @@ struct CallFrameGuard {
           running(s.runningCallable),
           fastArgs(s.fastArgs),
           fastArgCount(s.fastArgCount),
-          scopes(s.scopeState()) {
+          scopes(s.saveScopeState()) {
         script.fastCallable = nullptr;
         script.runningCallable = &function;
         const auto& parameters = function.parameters;

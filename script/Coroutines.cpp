@@ -451,7 +451,7 @@ void OrvaneScript::pushCoroutineBlockFrame(CoroutineState& state, uint64_t begin
     frame.savedLocalScopeBase = localScopeBase;
     localScopes.emplace_back();
     localScopes.back().reserve(4);
-    scopesChanged();
+    scopeGrew();
     state.frames.push_back(std::move(frame));
 }
 
@@ -461,7 +461,7 @@ void OrvaneScript::popCoroutineBlockFrame(CoroutineState& state) {
     if (frame.ownsScope) {
         if (localScopes.size() > frame.savedLocalScopes) localScopes.resize(frame.savedLocalScopes);
         localScopeBase = frame.savedLocalScopeBase;
-        scopesChanged();
+        scopeGrew();
     }
     state.frames.pop_back();
 }
@@ -471,7 +471,7 @@ void OrvaneScript::popCoroutineLoopFrame(CoroutineState& state) {
     CoroutineFrameKind kind = state.frames.back().kind;
     if ((kind == CoroutineFrameKind::NumericFor || kind == CoroutineFrameKind::GenericFor) && !nativeScopes.empty())
         nativeScopes.pop_back();
-    scopesChanged();
+    scopeGrew();
     state.frames.pop_back();
 }
 

@@ -24,7 +24,7 @@ bool extractLiteralErrorCall(const ParsedScriptLine& line, std::string& message)
 struct FastFrameGuard {
     FastFrameGuard(OrvaneScript& s, const ScriptCallable& callable, const Variable* args, size_t count, bool countCall)
         : script(s), countsCall(countCall), savedCallable(s.fastCallable), savedRunning(s.runningCallable),
-          savedArgs(s.fastArgs), savedCount(s.fastArgCount), scopes(s.scopeState()) {
+          savedArgs(s.fastArgs), savedCount(s.fastArgCount), scopes(s.saveScopeState()) {
         if (countsCall) ++script.callDepth;
         script.noteParameterNames(callable);
         script.fastCallable = &callable;

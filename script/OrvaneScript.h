@@ -1,6 +1,7 @@
 // The OrvaneScript interpreter: name spaces, the token evaluator, statements, calls and errors.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -8,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <random>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -176,28 +178,40 @@ public:
     uint64_t epochCounter;
     uint64_t scopeEpoch;
     void scopesChanged() { scopeEpoch = ++epochCounter; }
-    // Changes that a balanced push and pop does not undo: an entry added to an existing scope, a
-    // coroutine's stacks swapped.
-    uint64_t scopeGrowths = 0;
+    // The lowest index on each stack whose scope changed (gained an entry, or was popped) since
+    // the innermost saved state; kUnchanged for none. Below it, names and entries are as they were.
+    static constexpr size_t kUnchanged = ~size_t(0);
+    size_t localChangedFrom = kUnchanged, nativeChangedFrom = kUnchanged;
+    void markChanged(const std::vector<Scope>& stack, size_t from) {
+        size_t& floor = &stack == &localScopes ? localChangedFrom : nativeChangedFrom;
+        if (from < floor) floor = from;
+    }
+    // Every scope may have changed: a coroutine's stacks swapped in or out.
     void scopeGrew() {
-        ++scopeGrowths;
+        localChangedFrom = nativeChangedFrom = 0;
         scopesChanged();
     }
-    // Taken before a call binds; after it unbinds, the stacks are the very ones of before when
-    // nothing grew and the heights are back, and the caller's kept names hold again.
+    // Taken before a call or block pushes; when it is left and nothing below the heights of then
+    // has changed, the stacks are the very ones of before, and the names kept for them hold again.
+    // Frames nest, so an inner frame's changes count for the outer ones as well.
     struct ScopeState {
-        uint64_t epoch, growths;
-        size_t nativeHeight, localHeight, localBase;
+        uint64_t epoch;
+        size_t nativeHeight, localHeight, localBase, localChangedFrom, nativeChangedFrom;
     };
-    ScopeState scopeState() const {
-        return {scopeEpoch, scopeGrowths, nativeScopes.size(), localScopes.size(), localScopeBase};
+    ScopeState saveScopeState() {
+        ScopeState s{scopeEpoch, nativeScopes.size(), localScopes.size(), localScopeBase, localChangedFrom,
+                     nativeChangedFrom};
+        localChangedFrom = nativeChangedFrom = kUnchanged;
+        return s;
     }
     void restoreScopeState(const ScopeState& s) {
-        if (s.growths == scopeGrowths && s.nativeHeight == nativeScopes.size() && s.localHeight == localScopes.size() &&
-            s.localBase == localScopeBase)
-            scopeEpoch = s.epoch;
-        else
-            scopesChanged();
+        bool same = localChangedFrom >= s.localHeight && nativeChangedFrom >= s.nativeHeight &&
+                    s.nativeHeight == nativeScopes.size() && s.localHeight == localScopes.size() &&
+                    s.localBase == localScopeBase;
+        localChangedFrom = std::min(localChangedFrom, s.localChangedFrom);
+        nativeChangedFrom = std::min(nativeChangedFrom, s.nativeChangedFrom);
+        if (same) scopeEpoch = s.epoch;
+        else scopesChanged();
     }
     bool resolveVariableFast(const std::string& name, TokenAnalysis& analysis, Variable& out);
     Variable* resolveExistingVariableFastMutable(const std::string& name, TokenAnalysis& analysis) {
@@ -543,7 +557,7 @@ private:
 
     Variable* globalSlotPtr(const std::string& name, TokenAnalysis* analysis);
     Variable* findInScopes(const std::string& name);
-    void setInScope(Scope& scope, const std::string& name, const Variable& value);
+    void setInScope(std::vector<Scope>& stack, const std::string& name, const Variable& value);
     void checkNativeStack(size_t slack = size_t(256) << 10);
     void markStackBase();
     TableCacheEntry& tableCacheEntry(const TablePtr& table);
@@ -601,7 +615,7 @@ private:
     bool tryStoreScalarElement(const ParsedScriptLine& line);
     void storeAssigned(const ParsedScriptLine& line, size_t nameToken, const Variable& value);
     void applyToTarget(const ParsedScriptLine& line, const ParsedAssignmentTarget& target,
-                       const std::vector<Variable>& keys, char op, const Variable& value, Variable* readBack);
+                       std::span<const Variable> keys, char op, const Variable& value, Variable* readBack);
 
     // Calls.
     Variable callNative(const ScriptCallable& function, const Variable* args, size_t count);
@@ -630,6 +644,7 @@ public:
         return stack.back();
     }
     void popScopes(std::vector<Scope>& stack, size_t height) {
+        markChanged(stack, height);
         scopesChanged();
         while (stack.size() > height) {
             stack.back().clear();

@@ -202,13 +202,16 @@ bool OrvaneScript::assignExistingVariableFast(const std::string& name, TokenAnal
     return true;
 }
 
-void OrvaneScript::setInScope(Scope& scope, const std::string& name, const Variable& value) {
+// Sets the name in the newest scope of the stack.
+void OrvaneScript::setInScope(std::vector<Scope>& stack, const std::string& name, const Variable& value) {
+    Scope& scope = stack.back();
     if (Variable* v = findInScope(scope, name)) {
         *v = value;
         return;
     }
     noteScopeName(name);
-    scopeGrew();  // the entry may move the scope's others
+    markChanged(stack, stack.size() - 1);  // the entry may move the scope's others
+    scopesChanged();
     scope.push_back({name, value});
 }
 
@@ -218,13 +221,13 @@ void OrvaneScript::assignVariable(const std::string& name, const Variable& value
             pushScope(localScopes);
             localScopes.back().reserve(4);
         }
-        setInScope(localScopes.back(), name, value);
+        setInScope(localScopes, name, value);
     } else if (target == kTargetNative) {
         if (nativeScopes.empty()) {
             pushScope(nativeScopes);
             nativeScopes.back().reserve(4);
         }
-        setInScope(nativeScopes.back(), name, value);
+        setInScope(nativeScopes, name, value);
     } else if (!assignExistingVariable(name, value)) {
         pushVariable(name, value);
     }

@@ -13,27 +13,34 @@ namespace orvane {
 // innermost block, one loop iteration included.
 struct LocalScopeGuard {
     // No room is reserved: most blocks declare nothing, and an empty scope costs no allocation.
-    explicit LocalScopeGuard(OrvaneScript& s) : script(s), height(s.localScopes.size()), base(s.localScopeBase) {
+    explicit LocalScopeGuard(OrvaneScript& s)
+        : script(s), height(s.localScopes.size()), base(s.localScopeBase), state(s.saveScopeState()) {
         script.pushScope(script.localScopes);
     }
     ~LocalScopeGuard() {
-        // The base first: the pop then draws the one new epoch for both.
         script.localScopeBase = base;
         script.popScopes(script.localScopes, height);
+        script.restoreScopeState(state);
     }
     OrvaneScript& script;
     size_t height, base;
+    OrvaneScript::ScopeState state;
 };
 
 // A loop's native scope, holding its variables; dropped on every way out.
 struct LoopScopeGuard {
-    LoopScopeGuard(OrvaneScript& s, Scope&& scope) : script(s), index(s.nativeScopes.size()) {
+    LoopScopeGuard(OrvaneScript& s, Scope&& scope)
+        : script(s), index(s.nativeScopes.size()), state(s.saveScopeState()) {
         script.pushScope(script.nativeScopes) = std::move(scope);
     }
-    ~LoopScopeGuard() { script.popScopes(script.nativeScopes, index); }
+    ~LoopScopeGuard() {
+        script.popScopes(script.nativeScopes, index);
+        script.restoreScopeState(state);
+    }
     Scope& scope() { return script.nativeScopes[index]; }
     OrvaneScript& script;
     size_t index;
+    OrvaneScript::ScopeState state;
 };
 
 namespace {
