@@ -147,13 +147,24 @@ static bool guardHolds(OrvaneScript& script, const ParsedScriptLine& line) {
     auto& analyses = line.analyses;
     if (line.expression.valid) {
         FastScalarValue s;
-        if (script.tryEvaluateFastExpressionScalar(line.expression, line.tokens, analyses, s)) return fastScalarIsTruthy(s);
-        return isTruthy(script.evaluateFastExpression(line.expression, line.tokens, analyses));
+        bool holds = script.tryEvaluateFastExpressionScalar(line.expression, line.tokens, analyses, s)
+                         ? fastScalarIsTruthy(s)
+                         : isTruthy(script.evaluateFastExpression(line.expression, line.tokens, analyses));
+        // As the token route leaves it: behind the whole condition.
+        script.noteTokenRead(line.tokens.back());
+        return holds;
     }
     size_t pos = 1;
     bool holds = script.evaluateCondition(line.tokens, pos, &analyses);
     if (pos < line.tokens.size()) throw std::runtime_error("Unexpected token after if condition");
     return holds;
+}
+
+// An error of a body line, located there as a block would do it; one located already passes.
+[[noreturn]] static void locateInBody(OrvaneScript& script, const std::exception& e, const ParsedScriptLine& line) {
+    if (std::string_view(e.what()).starts_with("OrvaneScript error:")) throw;
+    script.throwError(e.what(),
+                      script.nearToken.empty() ? std::string_view(line.tokens[0]) : std::string_view(script.nearToken));
 }
 
 bool OrvaneScript::tryEvaluateFastCallableScalar(const ScriptCallable& callable, const Variable* args, size_t count,
@@ -163,17 +174,32 @@ bool OrvaneScript::tryEvaluateFastCallableScalar(const ScriptCallable& callable,
     const ParsedScriptLine& returnLine = callable.body[callable.fastReturnLine];
     if (returnLine.returnValues.size() != 1 || !returnLine.returnValues[0].valid) return false;
     FastFrameGuard frame(*this, callable, args, count, true);
-    if (callable.fastBodyKind >= 2 && guardHolds(*this, callable.body[callable.fastGuardLine])) {
-        if (callable.fastBodyKind == 3) {
-            const ParsedScriptLine& early = callable.body[callable.fastGuardReturnLine];
-            if (early.returnValues.size() != 1 || !early.returnValues[0].valid) return false;
-            return tryEvaluateFastExpressionScalar(early.returnValues[0], early.tokens, early.analyses, out);
+    // Errors name the body's lines, as on the full call.
+    LocationGuard location(*this, LocationGuard::Take{});
+    const ParsedScriptLine* line = &returnLine;
+    try {
+        if (callable.fastBodyKind >= 2) {
+            line = &callable.body[callable.fastGuardLine];
+            recordLine(*line);
+            if (guardHolds(*this, *line)) {
+                if (callable.fastBodyKind == 3) {
+                    const ParsedScriptLine& early = callable.body[callable.fastGuardReturnLine];
+                    if (early.returnValues.size() != 1 || !early.returnValues[0].valid) return false;
+                    line = &early;
+                    recordLine(early);
+                    return tryEvaluateFastExpressionScalar(early.returnValues[0], early.tokens, early.analyses, out);
+                }
+                raiseScriptErrorSoft(callable.fastGuardMessage);
+                out = FastScalarValue::makeNil();
+                return true;
+            }
+            line = &returnLine;
         }
-        raiseScriptErrorSoft(callable.fastGuardMessage);
-        out = FastScalarValue::makeNil();
-        return true;
+        recordLine(returnLine);
+        return tryEvaluateFastExpressionScalar(returnLine.returnValues[0], returnLine.tokens, returnLine.analyses, out);
+    } catch (const std::exception& e) {
+        locateInBody(*this, e, *line);
     }
-    return tryEvaluateFastExpressionScalar(returnLine.returnValues[0], returnLine.tokens, returnLine.analyses, out);
 }
 
 Variable OrvaneScript::evaluateFastCallableReturn(const ScriptCallable& callable, uint16_t line) {
@@ -212,8 +238,7 @@ Variable OrvaneScript::callFastBody(const ScriptCallable& function, const Variab
                 result = evaluateFastCallableReturn(function, answer);
             }
         } catch (const std::exception& e) {
-            if (std::string_view(e.what()).starts_with("OrvaneScript error:")) throw;
-            throwError(e.what(), nearToken.empty() ? std::string_view(line->tokens[0]) : std::string_view(nearToken));
+            locateInBody(*this, e, *line);
         }
     }
     if (shouldAbortForSoftRaisedError() && !result.isNil()) result = Variable();

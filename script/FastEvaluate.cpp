@@ -117,7 +117,8 @@ bool applyScalarArithmetic(Kind kind, const FastScalarValue& a, const FastScalar
             return true;
         }
     }
-    double x = fastScalarToDouble(a), y = fastScalarToDouble(b);
+    // A float on either side: both operands as floats, an integer rounded to the nearest one.
+    double x = fastScalarToFloat(a), y = fastScalarToFloat(b);
     switch (kind) {
     case Kind::Add: out = FastScalarValue::makeFloat(float(x + y)); return true;
     case Kind::Sub: out = FastScalarValue::makeFloat(float(x - y)); return true;
@@ -589,8 +590,8 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
         if (shouldAbortForSoftRaisedError()) return Variable();
         Variable right = eval(node.right);
         if (shouldAbortForSoftRaisedError()) return Variable();
+        // Two integers without a call; every other case by the one rule of each operator.
         bool ints = left.type == VarType::Int && right.type == VarType::Int;
-        bool numbers = isNumericVariable(left) && isNumericVariable(right);
         switch (node.kind) {
         case Kind::Add:
             if (left.type == VarType::String || right.type == VarType::String)
@@ -602,31 +603,6 @@ Variable OrvaneScript::evaluateFastExpressionNode(const FastExpression& e, int32
             break;
         case Kind::Mul:
             if (ints) return Variable(wrap(int64_t(left.asInt()) * right.asInt()));
-            break;
-        case Kind::Div:
-            if (numbers) {
-                double divisor = toDouble(right);
-                if (divisor == 0.0) throw std::runtime_error("Division by zero");
-                return Variable(float(toDouble(left) / divisor));
-            }
-            break;
-        case Kind::IntDiv:
-            if (numbers) {
-                int64_t divisor = toInt(right);
-                if (divisor == 0) throw std::runtime_error("Division by zero");
-                return Variable(wrap(int64_t(toInt(left)) / divisor));
-            }
-            break;
-        case Kind::Mod:
-            if (ints) {
-                if (right.asInt() == 0) throw std::runtime_error("Division by zero");
-                return Variable(wrap(int64_t(left.asInt()) % right.asInt()));
-            }
-            if (numbers) {
-                float divisor = toFloat(right);
-                if (divisor == 0.0f) throw std::runtime_error("Division by zero");
-                return Variable(std::fmod(toFloat(left), divisor));
-            }
             break;
         default: break;
         }
@@ -734,49 +710,23 @@ bool OrvaneScript::tryExecuteDiscardedFastCall(const FastExpression& e, const To
     return true;
 }
 
+// `x op= scalar` by the scalar arithmetic's own rules, the answer stored in place.
 bool OrvaneScript::tryApplyFastScalarOperationInPlace(Variable& variable, char op, const FastScalarValue& scalar) {
     if (tryStepIntegerInPlace(variable, op, scalar)) return true;
-    if (!isNumericVariable(variable) || !fastScalarIsNumeric(scalar)) return false;
-    bool scalarFloat = scalar.kind == FastScalarValue::Float;
+    Kind kind;
     switch (op) {
-    case '+': case '-': case '*': {
-        auto apply = [op](auto a, auto b) { return op == '+' ? a + b : op == '-' ? a - b : a * b; };
-        if (variable.type == VarType::Int && scalar.kind == FastScalarValue::Int) {
-            variable.value = wrap(apply(int64_t(variable.asInt()), int64_t(scalar.intValue)));
-        } else if (variable.type == VarType::Float) {
-            variable.value = apply(variable.asFloat(), float(fastScalarToDouble(scalar)));
-        } else if (scalarFloat) {
-            variable = Variable(float(apply(toDouble(variable), fastScalarToDouble(scalar))));
-        } else {
-            variable = Variable(wrap(apply(int64_t(toInt(variable)), int64_t(fastScalarToInt(scalar)))));
-        }
-        return true;
-    }
-    case '/': {
-        double divisor = fastScalarToDouble(scalar);
-        if (divisor == 0.0) throw std::runtime_error("Division by zero");
-        variable = Variable(float(toDouble(variable) / divisor));
-        return true;
-    }
-    case '\\': {
-        int64_t divisor = fastScalarToInt(scalar);
-        if (divisor == 0) throw std::runtime_error("Division by zero");
-        variable = Variable(wrap(int64_t(toInt(variable)) / divisor));
-        return true;
-    }
-    case '%':
-        if (variable.type == VarType::Float || scalarFloat) {
-            double divisor = fastScalarToDouble(scalar);
-            if (divisor == 0.0) throw std::runtime_error("Division by zero");
-            variable = Variable(float(std::fmod(toDouble(variable), divisor)));
-        } else {
-            int64_t divisor = fastScalarToInt(scalar);
-            if (divisor == 0) throw std::runtime_error("Division by zero");
-            variable = Variable(wrap(int64_t(toInt(variable)) % divisor));
-        }
-        return true;
+    case '+': kind = Kind::Add; break;
+    case '-': kind = Kind::Sub; break;
+    case '*': kind = Kind::Mul; break;
+    case '/': kind = Kind::Div; break;
+    case '\\': kind = Kind::IntDiv; break;
+    case '%': kind = Kind::Mod; break;
     default: return false;
     }
+    FastScalarValue result;
+    if (!applyScalarArithmetic(kind, scalarOf(variable), scalar, result)) return false;
+    assignFastScalarToVariable(variable, result);
+    return true;
 }
 
 }  // namespace orvane

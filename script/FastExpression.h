@@ -150,6 +150,9 @@ inline int32_t fastScalarToInt(const FastScalarValue& s) {
     }
 }
 
+// As toFloat: the number as a double, narrowed.
+inline float fastScalarToFloat(const FastScalarValue& s) { return float(fastScalarToDouble(s)); }
+
 struct Variable;
 Variable fastScalarToVariable(const FastScalarValue& s);
 

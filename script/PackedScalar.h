@@ -89,10 +89,12 @@ Packed indexedElement(OrvaneScript& script, const Variable& base, Packed key);
 Packed otherArithmetic(Kind kind, Packed a, Packed b);
 Packed otherComparison(Kind kind, Packed a, Packed b);
 
-// The common kinds inline, with the helpers' arithmetic: two integers in 32 bits, an integer and
-// a float or two floats in double, narrowed to float. Two floats add, subtract and multiply in
-// float directly: a double holds more than twice a float's digits, so rounding its exact-enough
-// result to float gives the very same number.
+// A number as the operand of float arithmetic: an integer rounds to the nearest float first.
+inline float floatOperand(Packed p) { return kindOf(p) == FastScalarValue::Int ? float(intOf(p)) : floatOf(p); }
+
+// The common kinds inline, with the helpers' arithmetic: two integers in 32 bits; with a float on
+// either side, both operands as floats, in float. (Rounding the exact-enough double result of two
+// floats to float gives the very same number, so this is the helpers' double arithmetic too.)
 [[gnu::always_inline]] inline Packed arithmetic(Kind kind, Packed a, Packed b) {
     if (kindOf(a) == FastScalarValue::Int && kindOf(b) == FastScalarValue::Int) {
         int64_t x = intOf(a), y = intOf(b);
@@ -100,16 +102,11 @@ Packed otherComparison(Kind kind, Packed a, Packed b);
         if (kind == Kind::Sub) return packInt(wrapInt32(x - y));
         if (kind == Kind::Mul) return packInt(wrapInt32(x * y));
         if (kind == Kind::Mod && y != 0) return packInt(remainderInt32(intOf(a), intOf(b)));
-    } else if (kindOf(a) == FastScalarValue::Float && kindOf(b) == FastScalarValue::Float) {
-        float x = floatOf(a), y = floatOf(b);
+    } else if (isNumber(kindOf(a)) && isNumber(kindOf(b))) {
+        float x = floatOperand(a), y = floatOperand(b);
         if (kind == Kind::Add) return packFloat(x + y);
         if (kind == Kind::Sub) return packFloat(x - y);
         if (kind == Kind::Mul) return packFloat(x * y);
-    } else if (isNumber(kindOf(a)) && isNumber(kindOf(b))) {
-        double x = doubleOf(a), y = doubleOf(b);
-        if (kind == Kind::Add) return packFloat(float(x + y));
-        if (kind == Kind::Sub) return packFloat(float(x - y));
-        if (kind == Kind::Mul) return packFloat(float(x * y));
     }
     return otherArithmetic(kind, a, b);
 }
