@@ -3,9 +3,6 @@
 // ThreadSanitizer (tests/tsan), so it includes nothing but ai/ and keeps quick.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -21,8 +18,6 @@
 #include "ai/JobPool.h"
 #include "ai/MarkovModel.h"
 #include "ai/ModelFile.h"
-
-extern char** environ;
 
 using namespace orvane;
 
@@ -62,18 +57,15 @@ AIJobResult waitFor(int32_t id) {
 }  // namespace
 
 TEST(AiPool, SizesAndEveryTaskOnce) {
-    EXPECT_GE(aiDefaultThreadCount(), 1u);
     const unsigned hardware = std::thread::hardware_concurrency();
     EXPECT_EQ(aiDefaultThreadCount(), hardware < 2 ? 1u : hardware - 1);
     EXPECT_EQ(AIThreadPool(0).size(), 1u);
     EXPECT_EQ(AIThreadPool(3).size(), 3u);
 
     AIThreadPool pool(3);
-    std::atomic<int> runs{0};
     std::vector<std::future<long>> futures;
-    for (long i = 0; i < 2000; ++i) futures.push_back(pool.submit([i, &runs] { ++runs; return i * i; }));
+    for (long i = 0; i < 2000; ++i) futures.push_back(pool.submit([i] { return i * i; }));
     for (long i = 0; i < 2000; ++i) ASSERT_EQ(futures[size_t(i)].get(), i * i);
-    EXPECT_EQ(runs.load(), 2000);
 }
 
 TEST(AiPool, DestructionRunsOutTheQueue) {
@@ -124,7 +116,7 @@ TEST(AiJobs, ManySubmittersEveryResultOnce) {
     EXPECT_EQ(*ids.rbegin() - *ids.begin() + 1, int32_t(ids.size()));
 }
 
-TEST(AiJobs, IdsInCallingOrderFailuresAndUnknownIds) {
+TEST(AiJobs, IdsInCallingOrderFailuresUnknownIdsAndARunningJob) {
     AIRequest failing;  // no training file
     const int32_t first = aiSubmitJob(failing);
     const int32_t second = aiSubmitJob(forcedRequest(aiTrainModel(kAlphabet, 1), 0, 3));
@@ -136,17 +128,12 @@ TEST(AiJobs, IdsInCallingOrderFailuresAndUnknownIds) {
     AIJobResult none;
     EXPECT_EQ(aiCheckJob(-5, none), AIJobState::Unknown);
     EXPECT_EQ(aiCheckJob(first, none), AIJobState::Unknown);
-}
-
-TEST(AiJobs, ARunningJobIsReportedWithoutWaiting) {
-    // A long walk round a forced circle: still running when first checked.
-    AIRequest request = forcedRequest(aiTrainModel(kAlphabet, 1), 0, 300000);
-    const int32_t id = aiSubmitJob(request);
-    AIJobResult result;
+    // A long walk round a forced circle is still running when first checked, and the check
+    // does not wait for it.
+    const int32_t id = aiSubmitJob(forcedRequest(aiTrainModel(kAlphabet, 1), 0, 300000));
     const auto before = std::chrono::steady_clock::now();
-    const AIJobState state = aiCheckJob(id, result);
+    EXPECT_EQ(aiCheckJob(id, none), AIJobState::Running);
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(1));
-    EXPECT_EQ(state, AIJobState::Running);
     EXPECT_EQ(waitFor(id).text.size(), 300001u);
 }
 
@@ -180,25 +167,10 @@ TEST(AiJobsAtExit, QueuedJobsRunBeforeTheProcessEnds) {
     std::filesystem::remove_all(folder);
     std::filesystem::create_directories(folder);
     const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
-    const std::string filter = "--gtest_filter=AiJobsAtExit.ChildQueuesJobsAndEnds";
-    std::vector<std::string> environment{"OT_AI_EXIT_FOLDER=" + folder.string()};
-    for (char** entry = environ; *entry; ++entry) environment.emplace_back(*entry);
     // A binary built for another CPU runs its child under the same emulator as itself.
-    const char* emulator = std::getenv("OT_EMULATOR");
-    std::vector<char*> envp, argv;
-    if (emulator && *emulator) argv.push_back(const_cast<char*>(emulator));
-    argv.insert(argv.end(), {const_cast<char*>(self.c_str()), const_cast<char*>(filter.c_str()), nullptr});
-    for (std::string& entry : environment) envp.push_back(entry.data());
-    envp.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    pid_t child = 0;
-    ASSERT_EQ(posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), envp.data()), 0);
-    posix_spawn_file_actions_destroy(&actions);
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+    const std::string command = "OT_AI_EXIT_FOLDER='" + folder.string() + "' ${OT_EMULATOR:-} '" + self +
+                                "' --gtest_filter=AiJobsAtExit.ChildQueuesJobsAndEnds > /dev/null";
+    ASSERT_EQ(std::system(command.c_str()), 0);
 
     int storedAtEnd = -1;
     std::ifstream(folder / "stored_at_end") >> storedAtEnd;
