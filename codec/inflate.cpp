@@ -1,5 +1,6 @@
 #include "codec/inflate.h"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 
@@ -13,9 +14,13 @@ namespace {
 constexpr unsigned kMaxBits = 15;
 
 // The bit reader keeps up to 64 bits; bits are taken from the least significant end of each byte.
+// The input may come in pieces, as the data chunks of a PNG file: the reader goes on to the next
+// piece when one is used up, so that they need not be joined first.
 struct BitReader {
     const uint8_t* data;
     size_t size;
+    const ByteSpan* nextPiece = nullptr;
+    const ByteSpan* endPiece = nullptr;
     size_t position = 0;
     uint64_t buffer = 0;
     unsigned count = 0;
@@ -32,10 +37,22 @@ struct BitReader {
             count |= 56;
             return;
         }
-        while (count <= 56 && position < size) {
+        while (count <= 56 && next_piece_if_done()) {
             buffer |= uint64_t(data[position++]) << count;
             count += 8;
         }
+    }
+
+    // False when the whole input is used up.
+    bool next_piece_if_done() {
+        while (position == size) {
+            if (nextPiece == endPiece) return false;
+            data = nextPiece->data;
+            size = nextPiece->size;
+            ++nextPiece;
+            position = 0;
+        }
+        return true;
     }
 
     bool read_bits(unsigned n, uint32_t& out) {
@@ -56,7 +73,7 @@ struct BitReader {
 
     void align_to_byte() { consume(count & 7); }
 
-    bool used_up() const { return position == size && count == 0; }
+    bool used_up() { return count == 0 && !next_piece_if_done(); }
 };
 
 // A canonical Huffman code as a two-level lookup table: the low kRoot bits of the input index the
@@ -87,6 +104,9 @@ struct HuffmanTable {
 };
 
 inline unsigned total_bits(uint32_t entry) { return entry & 0xFF; }
+// The same, for a shift: no entry takes 64 bits or more, and the masked form costs nothing on
+// the decoder's longest chain, since shifts look at only those bits.
+inline unsigned shift_bits(uint32_t entry) { return entry & 63; }
 inline unsigned code_bits(uint32_t entry) { return (entry >> 8) & 0xF; }
 inline unsigned literal_count(uint32_t entry) { return (entry >> 8) & 0xF; }
 inline uint64_t low_bits(uint64_t value, unsigned n) { return value & ((uint64_t(1) << n) - 1); }
@@ -139,12 +159,10 @@ bool build_huffman_table(const uint8_t* lengths, unsigned n, Alphabet alphabet, 
         if (lengths[i] > kMaxBits) return false;
         ++counts[lengths[i]];
     }
-    table.rootBits = root;
-    table.entries.assign(size_t(1) << root, kFail);
     if (counts[0] == n) {
         // Valid when empty is allowed, and then every use fails.
-        table.rootBits = 0;
-        table.entries.assign(1, kFail);
+        table.rootBits = root;
+        table.entries.assign(size_t(1) << root, kFail);
         return allowEmpty;
     }
     int left = 1;
@@ -163,17 +181,34 @@ bool build_huffman_table(const uint8_t* lengths, unsigned n, Alphabet alphabet, 
     for (unsigned symbol = 0; symbol < n; ++symbol)
         if (lengths[symbol]) sorted[offsets[lengths[symbol]]++] = uint16_t(symbol);
 
+    // The root is built up by doubling: before the codes of a length go in, the entries so far
+    // are repeated, so that a code shorter than the index bits fills every entry it begins.
+    // What no code begins stays a failure.
     const size_t rootSize = size_t(1) << root;
+    table.rootBits = root;
+    table.entries.resize(rootSize);
+    table.entries[0] = kFail;
+    size_t filled = 1;
+    auto double_root = [&] {
+        std::memcpy(table.entries.data() + filled, table.entries.data(), filled * sizeof(uint32_t));
+        filled *= 2;
+    };
     unsigned code = 0;  // the next code, bit-reversed as it comes off the input
     unsigned index = 0;
+    unsigned shortestLiteral = kMaxBits + 1;
     for (unsigned len = 1; len <= maxLength; ++len) {
+        if (len <= root) double_root();
         for (unsigned k = 0; k < counts[len]; ++k, ++index) {
             const uint32_t meaning = symbol_meaning(alphabet, sorted[index]);
             uint32_t entry = meaning;
-            if (meaning & kLiteral) entry = meaning | 1u << 8 | len;
-            else if (!(meaning & kFail)) entry = (meaning & ~0xFFu) | len << 8 | (len + (meaning & 0xFF));
+            if (meaning & kLiteral) {
+                entry = meaning | 1u << 8 | len;
+                shortestLiteral = std::min(shortestLiteral, len);
+            } else if (!(meaning & kFail)) {
+                entry = (meaning & ~0xFFu) | len << 8 | (len + (meaning & 0xFF));
+            }
             if (len <= root) {
-                for (size_t i = code; i < rootSize; i += size_t(1) << len) table.entries[i] = entry;
+                table.entries[code] = entry;
             } else {
                 const size_t rootIndex = code & (rootSize - 1);
                 if (!(table.entries[rootIndex] & kLink)) {
@@ -190,7 +225,8 @@ bool build_huffman_table(const uint8_t* lengths, unsigned n, Alphabet alphabet, 
             code = bit ? (code & (bit - 1)) | bit : 0;
         }
     }
-    if (alphabet == Alphabet::kLiteralLength) {
+    while (filled < rootSize) double_root();
+    if (alphabet == Alphabet::kLiteralLength && 2 * shortestLiteral <= root) {
         // Two literals in one entry where both codes fit in the root: the bits after the first
         // code index the second. Downwards, so that the entry looked at is still a single one.
         // No branch on the entries, which a new table makes unpredictable: other entries take
@@ -228,24 +264,33 @@ const FixedTables& fixed_tables() {
 }
 
 // The output lives in a buffer with spare room past its end, so that copies may write whole
-// words; only `size` bytes are kept in the end.
+// words; only `size` bytes are kept in the end. `front` spare bytes may go before it: they come
+// with the growth to the limit, once the input has shown that the stream can be about that long,
+// so that a tiny stream claiming a huge output cannot make us allocate them.
 struct Output {
     static constexpr size_t kSlack = 32;
     std::vector<uint8_t> storage;
+    size_t front = 0;
+    size_t offset = 0;  // where the output starts in `storage`: 0 or `front`
     uint8_t* bytes = nullptr;
     size_t size = 0;
     size_t capacity = 0;
     size_t limit = SIZE_MAX;
 
     bool reserve_more(size_t extra) {
-        uint64_t needed;
+        uint64_t needed, total;
         if (!checked_add(size, extra, needed) || needed > limit) return false;
         if (needed <= capacity) return true;
         uint64_t grown = capacity * 2 > needed ? capacity * 2 : needed;
         if (grown < 4096) grown = 4096;
         if (grown > limit) grown = limit;
-        storage.resize(grown + kSlack);
-        bytes = storage.data();
+        const size_t newOffset = grown == limit ? front : 0;
+        if (!checked_add(grown, kSlack, total) || !checked_add(total, newOffset, total) || total > SIZE_MAX) return false;
+        std::vector<uint8_t> grownStorage(total);
+        if (size) std::memcpy(grownStorage.data() + newOffset, bytes, size);
+        storage.swap(grownStorage);
+        offset = newOffset;
+        bytes = storage.data() + offset;
         capacity = grown;
         return true;
     }
@@ -343,13 +388,13 @@ inline void copy_match(uint8_t* to, size_t dist, size_t length) {
 // The fast loop runs while the input has room for whole-word refills and the output for the
 // longest match plus a few literals; it keeps the reader's and writer's state in locals, since
 // every byte stored could otherwise alias them. The careful step below takes one symbol at a time
-// with every check, at the ends of the buffers. Both decode the same way.
+// with every check, at the ends of the buffers. Both decode the same way. Every literal table has
+// the root kLiteralRoot and every distance table kDistanceRoot, an empty one too.
 bool decode_compressed_block(BitReader& in, Output& out, const HuffmanTable& literal, const HuffmanTable& distance) {
     constexpr size_t kInputRoom = 40;
     constexpr size_t kOutputRoom = 258 + 4;
     const uint32_t* const literals = literal.entries.data();
     const uint32_t* const distances = distance.entries.data();
-    const unsigned literalRoot = literal.rootBits, distanceRoot = distance.rootBits;
     for (;;) {
         if (in.size - in.position >= kInputRoom && out.capacity - out.size >= kOutputRoom) {
             const uint8_t* ip = in.data + in.position;
@@ -368,7 +413,7 @@ bool decode_compressed_block(BitReader& in, Output& out, const HuffmanTable& lit
                 count |= 56;
             };
             auto consume = [&](uint32_t entry) {
-                bits >>= total_bits(entry);
+                bits >>= shift_bits(entry);
                 count -= total_bits(entry);
             };
             auto put_literals = [&](uint32_t entry) {
@@ -378,8 +423,8 @@ bool decode_compressed_block(BitReader& in, Output& out, const HuffmanTable& lit
                 op += literal_count(entry);
             };
             auto literal_entry = [&] {
-                uint32_t entry = literals[low_bits(bits, literalRoot)];
-                if (entry & kLink) entry = literals[(entry >> 16) + low_bits(bits >> literalRoot, code_bits(entry))];
+                uint32_t entry = literals[low_bits(bits, kLiteralRoot)];
+                if (entry & kLink) entry = literals[(entry >> 16) + low_bits(bits >> kLiteralRoot, code_bits(entry))];
                 return entry;
             };
             int verdict = 0;  // 1: end of block, -1: failure
@@ -407,8 +452,8 @@ bool decode_compressed_block(BitReader& in, Output& out, const HuffmanTable& lit
                 }
                 const size_t length = entry_value(entry, bits);
                 consume(entry);
-                uint32_t d = distances[low_bits(bits, distanceRoot)];
-                if (d & kLink) d = distances[(d >> 16) + low_bits(bits >> distanceRoot, code_bits(d))];
+                uint32_t d = distances[low_bits(bits, kDistanceRoot)];
+                if (d & kLink) d = distances[(d >> 16) + low_bits(bits >> kDistanceRoot, code_bits(d))];
                 if (d & kFail) {
                     verdict = -1;
                     break;
@@ -473,26 +518,53 @@ bool copy_stored_block(BitReader& in, Output& out) {
         --remaining;
     }
     if (remaining) {
-        if (in.size - in.position < remaining) return false;
-        std::memcpy(to, in.data + in.position, remaining);
-        in.position += remaining;
-        // The refill may have left copies of the bytes just taken above the empty buffer.
+        // The refill may have left copies of the bytes about to be taken above the empty buffer.
         in.buffer = 0;
+        while (remaining) {
+            if (!in.next_piece_if_done()) return false;
+            const size_t n = std::min(remaining, in.size - in.position);
+            std::memcpy(to, in.data + in.position, n);
+            to += n;
+            in.position += n;
+            remaining -= n;
+        }
     }
     out.size += len;
     return true;
 }
 
-}  // namespace
+// `count` bytes of the stream that the spans make together, from `from` on; they are there.
+void copy_stream_bytes(const std::vector<ByteSpan>& spans, size_t from, size_t count, uint8_t* out) {
+    size_t at = 0;
+    for (const ByteSpan& span : spans) {
+        for (size_t i = from > at ? from - at : 0; i < span.size && count; ++i, --count) *out++ = span.data[i];
+        at += span.size;
+        if (!count) return;
+    }
+}
 
-bool inflate_zlib_stream(const uint8_t* data, size_t size, std::vector<uint8_t>& output, size_t limit) {
+bool inflate_spans(const std::vector<ByteSpan>& spans, std::vector<uint8_t>& output, size_t limit, size_t front) {
     output.clear();
+    size_t size = 0;
+    for (const ByteSpan& span : spans) size += span.size;
     if (size < 6) return false;
-    const unsigned cmf = data[0], flg = data[1];
+    uint8_t header[2], trailer[4];
+    copy_stream_bytes(spans, 0, 2, header);
+    copy_stream_bytes(spans, size - 4, 4, trailer);
+    const unsigned cmf = header[0], flg = header[1];
     if ((cmf & 0x0F) != 8 || (cmf * 256 + flg) % 31 != 0 || (flg & 0x20)) return false;
 
-    BitReader in{data + 2, size - 6};
+    // The deflate data lies between the two header bytes and the four of the checksum.
+    std::vector<ByteSpan> pieces;
+    size_t at = 0;
+    for (const ByteSpan& span : spans) {
+        const size_t from = std::max<size_t>(at, 2), to = std::min(at + span.size, size - 4);
+        if (from < to) pieces.push_back({span.data + (from - at), to - from});
+        at += span.size;
+    }
+    BitReader in{nullptr, 0, pieces.data(), pieces.data() + pieces.size()};
     Output out;
+    out.front = front;
     out.limit = limit;
     // Start from a few times the input size, which is enough for most streams, or the limit.
     uint64_t guess = 0;
@@ -518,21 +590,23 @@ bool inflate_zlib_stream(const uint8_t* data, size_t size, std::vector<uint8_t>&
     }
     in.align_to_byte();
     if (!in.used_up()) return false;
-    if (adler32_bytes(out.bytes, out.size) != read_u32_be(data + size - 4)) return false;
-    out.storage.resize(out.size);
+    if (adler32_bytes(out.bytes, out.size) != read_u32_be(trailer)) return false;
+    out.storage.resize(out.offset + out.size);
+    if (out.offset != front) out.storage.insert(out.storage.begin(), front, 0);  // short of the limit
     output.swap(out.storage);
     return true;
 }
 
-bool Inflater::start(const std::vector<ByteSpan>& spans, size_t limit) {
-    position_ = 0;
-    if (spans.size() == 1) return inflate_zlib_stream(spans[0].data, spans[0].size, output_, limit);
-    std::vector<uint8_t> joined;
-    size_t total = 0;
-    for (const ByteSpan& span : spans) total += span.size;
-    joined.reserve(total);
-    for (const ByteSpan& span : spans) joined.insert(joined.end(), span.data, span.data + span.size);
-    return inflate_zlib_stream(joined.data(), joined.size(), output_, limit);
+}  // namespace
+
+bool inflate_zlib_stream(const uint8_t* data, size_t size, std::vector<uint8_t>& output, size_t limit) {
+    return inflate_spans({ByteSpan{data, size}}, output, limit, 0);
+}
+
+bool Inflater::start(const std::vector<ByteSpan>& spans, size_t limit, size_t front) {
+    position_ = front;
+    front_ = front;
+    return inflate_spans(spans, output_, limit, front);
 }
 
 const uint8_t* Inflater::read_exact(size_t count) {
@@ -543,7 +617,7 @@ const uint8_t* Inflater::read_exact(size_t count) {
 }
 
 std::vector<uint8_t> Inflater::take_output() {
-    position_ = 0;
+    position_ = front_ = 0;
     return std::move(output_);
 }
 

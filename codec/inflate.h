@@ -18,19 +18,21 @@ bool inflate_zlib_stream(const uint8_t* data, size_t size, std::vector<uint8_t>&
 
 class Inflater {
 public:
-    // Joins the spans into one zlib stream and inflates all of it.
-    bool start(const std::vector<ByteSpan>& spans, size_t limit = SIZE_MAX);
+    // Inflates all of the zlib stream that the spans make together. The output begins with
+    // `front` spare bytes, zero, for a reader that turns the stream into its image in place.
+    bool start(const std::vector<ByteSpan>& spans, size_t limit = SIZE_MAX, size_t front = 0);
     // The next `count` bytes of the output, or null when fewer are left.
     const uint8_t* read_exact(size_t count);
     // True when every byte of the output has been read.
     bool finish() const { return position_ == output_.size(); }
-    size_t output_size() const { return output_.size(); }
-    // Hands the whole output over, for a reader that turns it into its image in place.
+    size_t output_size() const { return output_.size() - front_; }
+    // Hands the whole output over, the spare bytes included.
     std::vector<uint8_t> take_output();
 
 private:
     std::vector<uint8_t> output_;
     size_t position_ = 0;
+    size_t front_ = 0;
 };
 
 }  // namespace ot::png

@@ -190,8 +190,11 @@ bool allocate_image(const Header& header, std::vector<uint8_t>& rgba) {
     return true;
 }
 
-// The image is allocated only once the inflated stream has the exact size the rows need, so a
-// header that claims a huge image over a tiny stream costs nothing.
+// The stream is inflated into the end of a buffer the size of the image, or into all of it when
+// the stream is the longer: then every row lies at or past the place of its pixels, and the rows
+// become the image in place, top to bottom, each read before its pixels are written. The buffer
+// is allocated only as the stream proves to be as long as the rows need, so a header that claims
+// a huge image over a tiny stream costs nothing.
 bool decode_non_interlaced(const Header& header, const std::vector<ByteSpan>& spans, const DecodeTables& tables,
                            std::vector<uint8_t>& rgba) {
     const unsigned bits = bits_per_pixel(header);
@@ -200,36 +203,36 @@ bool decode_non_interlaced(const Header& header, const std::vector<ByteSpan>& sp
     if (!compute_row_bytes(header.width, bits, rowBytes) || !checked_mul(rowBytes + 1, header.height, streamBytes) ||
         streamBytes > SIZE_MAX || !compute_pixel_count(header.width, header.height, pixelCount))
         return false;
+    const size_t imageBytes = size_t(pixelCount) * 4;
+    const size_t front = imageBytes > streamBytes ? imageBytes - size_t(streamBytes) : 0;
     Inflater inflater;
-    if (!inflater.start(spans, size_t(streamBytes)) || inflater.output_size() != streamBytes) return false;
+    if (!inflater.start(spans, size_t(streamBytes), front) || inflater.output_size() != streamBytes) return false;
+    rgba = inflater.take_output();
 
-    const size_t outRow = size_t(header.width) * 4;
+    uint8_t* image = rgba.data();
+    const uint8_t* stream = image + front;
+    const size_t outRow = size_t(header.width) * 4, lineBytes = size_t(rowBytes) + 1;
     if (header.colourType == 6 && header.bitDepth == 8) {
-        // The inflated stream becomes the image: each row is undone in place, moved up over the
-        // filter bytes before it, with the row above, already final, as the previous one.
-        rgba = inflater.take_output();
-        uint8_t* image = rgba.data();
+        // Rows undone straight into their place, the row above, already final, as the previous one.
         for (uint32_t y = 0; y < header.height; ++y) {
-            const uint8_t* line = image + size_t(y) * (rowBytes + 1);
-            uint8_t* out = image + size_t(y) * outRow;
+            const uint8_t* line = stream + y * lineBytes;
+            uint8_t* out = image + y * outRow;
             if (!unfilter_row(line[0], out, line + 1, y ? out - outRow : nullptr, rowBytes, 4)) return false;
         }
-        rgba.resize(size_t(pixelCount) * 4);
-        return true;
+    } else {
+        std::vector<uint8_t> current(rowBytes), above(rowBytes), scratch(rowBytes);
+        for (uint32_t y = 0; y < header.height; ++y) {
+            const uint8_t* line = stream + y * lineBytes;
+            if (!unfilter_row(line[0], current.data(), line + 1, y ? above.data() : nullptr, rowBytes,
+                              bytesPerPixel) ||
+                !convert_row_to_rgba8(header, tables, current.data(), header.width, image + y * outRow, 4,
+                                      scratch.data()))
+                return false;
+            current.swap(above);
+        }
     }
-    if (!allocate_image(header, rgba)) return false;
-    std::vector<uint8_t> current(rowBytes), above(rowBytes), scratch(rowBytes);
-    for (uint32_t y = 0; y < header.height; ++y) {
-        const uint8_t* line = inflater.read_exact(rowBytes + 1);
-        if (!line || !unfilter_row(line[0], current.data(), line + 1, y ? above.data() : nullptr, rowBytes,
-                                   bytesPerPixel))
-            return false;
-        if (!convert_row_to_rgba8(header, tables, current.data(), header.width, rgba.data() + y * outRow, 4,
-                                  scratch.data()))
-            return false;
-        current.swap(above);
-    }
-    return inflater.finish();
+    rgba.resize(imageBytes);
+    return true;
 }
 
 bool decode_interlaced(const Header& header, const std::vector<ByteSpan>& spans, const DecodeTables& tables,
