@@ -404,6 +404,7 @@ bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>&
     } scope{*this, nativeScopes.size(), saveScopeState()};
     noteScopeName(line.tokens[1]);
     pushScope(nativeScopes).push_back({line.tokens[1], Variable(first)});
+    scopesChanged();
     bool inlineBody = localScopes.size() <= localScopeBase && isInlineableChunk(*program, chunk);
     if (inlineForm && !inlineBody) throw std::runtime_error("Expected inlineable numeric-for chunk");
     // The counter runs in 64 bits, so a limit at the end of the 32-bit range still ends the loop.

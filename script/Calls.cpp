@@ -38,10 +38,13 @@ struct CallFrameGuard {
         // Built in place from the arguments: no temporary entry to move.
         for (size_t i = 0; i < bound; ++i) scope.emplace_back(parameters[i], args[i]);
         for (size_t i = bound; i < parameters.size(); ++i) scope.emplace_back().name = parameters[i];
-        // With no local scope visible and no fast body running, the new entries are what these
-        // names stand for until the stacks change, so the body's first reads need no search.
-        if (script.localScopes.size() == script.localScopeBase && !script.referenceRoute) {
+        script.scopesChanged();
+        // With no fast body running, the new entries are what these names stand for until the
+        // stacks change, unless a visible local has the name; so the body's first reads need no search.
+        if (!script.referenceRoute) {
+            uint64_t hidden = script.hiddenParameters(function);
             for (const auto& [analysis, slot] : function.parameterTokens) {
+                if (hidden != 0 && (hidden & OrvaneScript::parameterBit(slot))) continue;
                 analysis->cachedEpoch = script.scopeEpoch;
                 analysis->cachedVariable = &scope[slot].value;
             }

@@ -32,11 +32,12 @@ struct FastFrameGuard {
         script.fastArgs = args;
         script.fastArgCount = count;
         script.scopesChanged();
-        // With no local scope visible the parameters come first: their tokens can point at the
-        // arguments until the stacks change. A missing one is searched each time (a fresh nil).
-        if (script.localScopes.size() == script.localScopeBase && !script.referenceRoute) {
+        // Unless a visible local hides them, the parameters come first: their tokens can point at
+        // the arguments until the stacks change. A missing one is searched each time (a fresh nil).
+        if (!script.referenceRoute) {
+            uint64_t hidden = script.hiddenParameters(callable);
             for (const auto& [analysis, slot] : callable.parameterTokens) {
-                if (slot >= count) continue;
+                if (slot >= count || (hidden != 0 && (hidden & OrvaneScript::parameterBit(slot)))) continue;
                 analysis->cachedEpoch = script.scopeEpoch;
                 analysis->cachedVariable = const_cast<Variable*>(&args[slot]);
             }
@@ -147,17 +148,19 @@ static bool guardHolds(OrvaneScript& script, const ParsedScriptLine& line) {
     auto& analyses = line.analyses;
     if (line.expression.valid) {
         FastScalarValue s;
-        bool holds = script.tryEvaluateFastExpressionScalar(line.expression, line.tokens, analyses, s)
-                         ? fastScalarIsTruthy(s)
-                         : isTruthy(script.evaluateFastExpression(line.expression, line.tokens, analyses));
-        // As the token route leaves it: behind the whole condition.
-        script.noteTokenRead(line.tokens.back());
-        return holds;
+        if (script.tryEvaluateFastExpressionScalar(line.expression, line.tokens, analyses, s)) return fastScalarIsTruthy(s);
+        return isTruthy(script.evaluateFastExpression(line.expression, line.tokens, analyses));
     }
     size_t pos = 1;
     bool holds = script.evaluateCondition(line.tokens, pos, &analyses);
     if (pos < line.tokens.size()) throw std::runtime_error("Unexpected token after if condition");
     return holds;
+}
+
+// The guard's literal error, raised where the token route would stand: behind the condition.
+static void raiseGuardError(OrvaneScript& script, const ScriptCallable& callable, const ParsedScriptLine& guard) {
+    script.noteTokenRead(guard.tokens.back());
+    script.raiseScriptErrorSoft(callable.fastGuardMessage);
 }
 
 // An error of a body line, located there as a block would do it; one located already passes.
@@ -189,7 +192,7 @@ bool OrvaneScript::tryEvaluateFastCallableScalar(const ScriptCallable& callable,
                     recordLine(early);
                     return tryEvaluateFastExpressionScalar(early.returnValues[0], early.tokens, early.analyses, out);
                 }
-                raiseScriptErrorSoft(callable.fastGuardMessage);
+                raiseGuardError(*this, callable, *line);
                 out = FastScalarValue::makeNil();
                 return true;
             }
@@ -228,7 +231,7 @@ Variable OrvaneScript::callFastBody(const ScriptCallable& function, const Variab
                 recordLine(*line);
                 if (guardHolds(*this, *line)) {
                     raised = function.fastBodyKind == 2;
-                    if (raised) raiseScriptErrorSoft(function.fastGuardMessage);
+                    if (raised) raiseGuardError(*this, function, *line);
                     else answer = function.fastGuardReturnLine;
                 }
             }

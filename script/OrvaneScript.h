@@ -171,6 +171,14 @@ public:
         return resolveAndKeep(name, analysis);
     }
     Variable* resolveAndKeep(const std::string& name, TokenAnalysis& analysis);
+    // Parameters whose tokens a new frame may point at its values at once: those that no visible
+    // local hides (a search would find the local first).
+    static constexpr size_t kLastParameterBit = 63;
+    static uint64_t parameterBit(size_t slot) { return uint64_t(1) << std::min(slot, kLastParameterBit); }
+    uint64_t hiddenParameters(const ScriptCallable& function) {
+        return localScopes.size() == localScopeBase ? 0 : findHiddenParameters(function);
+    }
+    uint64_t findHiddenParameters(const ScriptCallable& function);
     // Names the present state of the scope stacks: a new number, never used before, for every
     // change of what a name can stand for (a scope pushed, popped or grown, the visible base
     // moved, a fast body entered or left, a coroutine's stacks swapped). Numbers are drawn from a
@@ -557,6 +565,7 @@ private:
 
     Variable* globalSlotPtr(const std::string& name, TokenAnalysis* analysis);
     Variable* findInScopes(const std::string& name);
+
     void setInScope(std::vector<Scope>& stack, const std::string& name, const Variable& value);
     void checkNativeStack(size_t slack = size_t(256) << 10);
     void markStackBase();
@@ -635,9 +644,10 @@ public:
     std::vector<Scope> nativeScopes;
     std::vector<Scope> localScopes;
     // Popped scopes keep their storage for the next push, so calls and blocks don't allocate.
+    // An empty scope hides nothing and moves no entry: the names kept hold on. Who fills the new
+    // scope draws a new epoch.
     std::vector<Scope> spareScopes;
     Scope& pushScope(std::vector<Scope>& stack) {
-        scopesChanged();
         if (spareScopes.empty()) return stack.emplace_back();
         stack.push_back(std::move(spareScopes.back()));
         spareScopes.pop_back();

@@ -71,6 +71,19 @@ Variable* OrvaneScript::findInScopes(const std::string& name) {
     return nullptr;
 }
 
+// Bit i: a visible local scope holds the name of parameter i, which it hides from the body. The
+// last bit stands for all parameters from it on.
+uint64_t OrvaneScript::findHiddenParameters(const ScriptCallable& function) {
+    uint64_t hidden = 0;
+    for (size_t i = 0; i < function.parameters.size(); ++i) {
+        bool found = i >= kLastParameterBit;
+        for (size_t k = localScopes.size(); !found && k > localScopeBase; --k)
+            found = findInScope(localScopes[k - 1], function.parameters[i]) != nullptr;
+        if (found) hidden |= parameterBit(i);
+    }
+    return hidden;
+}
+
 Variable* OrvaneScript::resolveVariablePtr(const std::string& name) {
     if (Variable* v = findInScopes(name)) return v;
     return globalSlotPtr(name, nullptr);

@@ -32,6 +32,7 @@ struct LoopScopeGuard {
     LoopScopeGuard(OrvaneScript& s, Scope&& scope)
         : script(s), index(s.nativeScopes.size()), state(s.saveScopeState()) {
         script.pushScope(script.nativeScopes) = std::move(scope);
+        script.scopesChanged();
     }
     ~LoopScopeGuard() {
         script.popScopes(script.nativeScopes, index);

@@ -168,7 +168,13 @@ struct Generator {
                 expression({"a", "b", "k", "acc"}, 2, false) + "\n    if " + condition({"acc", "k"}, 0) +
                 "\n      break\n    end\n  end\n  return acc\nend\n";
         text += "function main(x, y)\n  local m = x\n  local n = " + number() + "\n";
-        block(text, {"x", "y", "m", "n", "g1"}, 2, 3 + pick(4), false, "  ");
+        std::vector<std::string> names = {"x", "y", "m", "n", "g1"};
+        if (chance(50)) {
+            // Scoping is dynamic: this local hides the helpers' parameter of the same name.
+            text += "  local a = " + number() + "\n";
+            names.push_back("a");
+        }
+        block(text, names, 2, 3 + pick(4), false, "  ");
         text += "  return m\nend\n";
         block(text, {"g1", "g2"}, 2, 3 + pick(4), false, "");
         text += "out = out + ' main ' + main(g1, g2)\nout = out + ' main ' + main(" + number() + ", g1)\n";
