@@ -418,13 +418,22 @@ bool OrvaneScript::runCompiledNumericFor(const std::shared_ptr<BytecodeProgram>&
         runLoopCode(program, loopCodeFor(*program, chunk), inner, value, &counted);
         return !shouldAbortForSoftRaisedError();
     }
+    // A body without locals pushes no scope: it runs in this activation, whose handler locates its
+    // errors as its own would.
+    const BytecodeProgram& p = *program;
+    const BytecodeChunk* plain = chunk < p.chunks.size() && !p.chunks[chunk].hasLocalDeclarations &&
+                                         uint64_t(p.chunks[chunk].firstInstruction) + p.chunks[chunk].instructionCount <=
+                                             p.instructions.size()
+                                     ? &p.chunks[chunk]
+                                     : nullptr;
     for (int64_t counter = first; step > 0 ? counter <= last : counter >= last; counter += step) {
         // The counter, not the variable, drives the loop: write it in place.
         Variable& variable = nativeScopes[scope.index][0].value;
         if (variable.type == VarType::Int) *std::get_if<int32_t>(&variable.value) = int32_t(counter);
         else variable = Variable(int32_t(counter));
         BlockSignal inner = BlockSignal::None;
-        value = executeBytecodeChunk(program, chunk, inner);
+        if (plain) runChunkInstructions(program, *plain, inner, value);
+        else value = executeBytecodeChunk(program, chunk, inner);
         if (shouldAbortForSoftRaisedError()) return false;
         if (inner == BlockSignal::Return) {
             signal = inner;
