@@ -69,7 +69,7 @@ struct SoxTrack {
     explicit SoxTrack(const std::string& effects) {
         static int count = 0;
         const std::string path = scratchPath("tone" + std::to_string(++count) + ".wav");
-        EXPECT_EQ(run("sox -D -V1 -n -r 44100 -c 2 -b 16 " + shellQuote(path) + " " + effects), 0) << effects;
+        EXPECT_EQ(std::system(("sox -D -V1 -n -r 44100 -c 2 -b 16 " + shellQuote(path) + " " + effects).c_str()), 0) << effects;
         track = openFile(path.c_str());
         EXPECT_NE(track, nullptr) << effects;
     }
@@ -93,7 +93,6 @@ TEST(FrequencyStrength, MatchesAPlainDftAcrossSignalsWindowsAndFrequencies) {
     std::uniform_int_distribution<int> noise(-3000, 3000);
     for (int16_t& s : signal.samples) s = int16_t(std::clamp(s + noise(random), -32768, 32767));
     const TrackAudioView view = signal.view();
-    int compared = 0;
     for (double hz : {440.0, 445.0, 1234.5, 100.0, 7000.0, 21000.0}) {
         for (uint64_t n : {4u, 5u, 64u, 882u, 2048u, 11025u}) {
             for (uint64_t start : {0u, 12345u, 33000u}) {
@@ -101,11 +100,9 @@ TEST(FrequencyStrength, MatchesAPlainDftAcrossSignalsWindowsAndFrequencies) {
                 const double reference = referenceStrength(view, hz, start, start + n);
                 // the phasor's drift over a quarter second stays far below what the threshold sees
                 EXPECT_NEAR(ours, reference, 1e-9 + 1e-9 * reference) << hz << " Hz, " << n << " frames at " << start;
-                ++compared;
             }
         }
     }
-    EXPECT_EQ(compared, 108);
 
     // A pure sine with whole periods in the window is 1; silence is 0; 3 frames are 0.
     Signal pure = silence(0.1);
@@ -143,19 +140,12 @@ TEST(FrequencyStrength, TheToleranceAddsFourProbesInsideTheBand) {
 }
 
 TEST(FrequencyMatches, RunsMinimumDurationAndTheTrackEnd) {
-    // Whole track: one match from 0 to the last frame.
-    Signal whole = silence(1.0);
-    addTone(whole, 0, 440, 0.5, 0, 1.0);
-    auto matches = findFrequencyMatches(whole.view(), 440, 5, 0, 0.55);
-    ASSERT_EQ(matches.size(), 1u);
-    EXPECT_EQ(matches[0].startFrame, 0u);
-    EXPECT_EQ(matches[0].endFrame, 44100u);
-
-    // A short tone and a long one: the minimum duration drops the short one only.
+    // A short tone and a long one: the minimum duration drops the short one only. A tone from
+    // the first frame: the sox tests.
     Signal two = silence(1.5);
     addTone(two, 1, 1000, 0.5, 0.1, 0.25);
     addTone(two, 1, 1000, 0.5, 0.6, 1.5);
-    matches = findFrequencyMatches(two.view(), 1000, 20, 0, 0.55);
+    auto matches = findFrequencyMatches(two.view(), 1000, 20, 0, 0.55);
     ASSERT_EQ(matches.size(), 2u);
     EXPECT_NEAR(ms(matches[0].startFrame), 100, 21);
     EXPECT_NEAR(ms(matches[0].endFrame), 250, 21);

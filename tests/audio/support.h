@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -19,11 +18,9 @@ namespace audio_test {
 // A fresh folder for this process, removed when it ends.
 inline const std::string& scratchDir() {
     struct Dir {
-        std::string path;
+        std::string path = (std::filesystem::temp_directory_path() / "ot-audio-XXXXXX").string();
         Dir() {
-            std::string pattern = (std::filesystem::temp_directory_path() / "ot-audio-XXXXXX").string();
-            if (!mkdtemp(pattern.data())) std::abort();
-            path = pattern;
+            if (!mkdtemp(path.data())) std::abort();
         }
         ~Dir() {
             std::error_code ignored;
@@ -42,16 +39,12 @@ inline std::string shellQuote(const std::string& text) {
     return quoted + "'";
 }
 
-inline int run(const std::string& command) { return std::system(command.c_str()); }
-
 // Runs a command and gives its standard output; `ok` tells whether it exited with status 0.
 inline std::string capture(const std::string& command, bool* ok) {
     std::string output;
     FILE* pipe = popen(command.c_str(), "r");
-    if (!pipe) {
-        *ok = false;
-        return output;
-    }
+    *ok = pipe != nullptr;
+    if (!pipe) return output;
     char buffer[65536];
     size_t n;
     while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) output.append(buffer, n);
@@ -65,7 +58,7 @@ inline const std::string& corpusDir() {
         const std::string path = scratchPath("corpus");
         const std::string command = std::string(OT_PYTHON) + " " + shellQuote(std::string(OT_AUDIO_TEST_DIR) + "/make_wavs.py") +
                                     " " + shellQuote(path);
-        if (run(command) != 0) ADD_FAILURE() << "make_wavs.py failed";
+        if (std::system(command.c_str()) != 0) ADD_FAILURE() << "make_wavs.py failed";
         return path;
     }();
     return dir;

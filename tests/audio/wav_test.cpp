@@ -1,6 +1,6 @@
 // The WAV codec against outside judges: the corpus of make_wavs.py, read by us and by sox (or,
 // where sox reads a layout otherwise or rounds floats its own way, against the values that went
-// into the file), the layouts that must fail, and our files read back by sox.
+// into the file), the layouts that must fail, and our files read by sox and Python.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <map>
 #include <new>
 #include <sstream>
 
@@ -152,7 +151,6 @@ TEST(WavCorpus, RefusedLayoutsFailAndLeaveTheOutputAlone) {
         file.samples = {1, 2};
         file.sampleRate = 7;
         file.channels = 1;
-        EXPECT_FALSE(decodeFile(path.c_str(), &file));
         EXPECT_FALSE(decodeFile(path.c_str(), &file, DecodeOptions{2}));
         const std::vector<uint8_t> bytes = readBytes(path);
         EXPECT_FALSE(decode(bytes.data(), bytes.size(), &file));
@@ -191,105 +189,62 @@ TEST(WavCorpus, EveryPrefixFailsOrGivesTheWholeFilesSamples) {
     }
 }
 
-// What the corpus does not show: the values the format fixes for 8 bits, NaN and infinity,
-// and the mixdown of two sides.
-TEST(WavRules, ValuesTheFormatFixes) {
-    // 8-bit mono widened to stereo: both sides equal; 128 is 0, 255 is 32511, 0 is -32768.
-    const std::vector<uint8_t> eight = wavBytes(1, 1, 8000, 8, {128, 255, 0, 129});
-    DecodedFile file;
-    ASSERT_TRUE(decode(eight.data(), eight.size(), &file, DecodeOptions{2}));
-    EXPECT_EQ(file.samples, (std::vector<int16_t>{0, 0, 32511, 32511, -32768, -32768, 256, 256}));
-
-    // Floats past full scale clip; NaN reads as silence.
-    std::vector<uint8_t> data(16);
-    const float values[4] = {1.5f, -1.5f, std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::infinity()};
-    std::memcpy(data.data(), values, 16);
+// What the corpus cannot hold: NaN, which reads as silence, and infinity, which clips.
+TEST(WavRules, NotANumberIsSilenceAndInfinityClips) {
+    const float values[2] = {std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::infinity()};
+    std::vector<uint8_t> data(sizeof values);
+    std::memcpy(data.data(), values, sizeof values);
     const std::vector<uint8_t> floats = wavBytes(3, 1, 8000, 32, data);
-    ASSERT_TRUE(decode(floats.data(), floats.size(), &file));
-    EXPECT_EQ(file.samples, (std::vector<int16_t>{32767, -32768, 0, -32768}));
-
-    // Stereo mixed down to one channel is the mean of both sides, not the left one.
-    const std::vector<uint8_t> stereo = wavBytes(1, 2, 8000, 16, {0x00, 0x40, 0x00, 0x00, 0x00, 0xC0, 0x00, 0xC0});
-    ASSERT_TRUE(decode(stereo.data(), stereo.size(), &file, DecodeOptions{1}));
-    EXPECT_EQ(file.samples, (std::vector<int16_t>{8192, -16384}));
-}
-
-// Every 16-bit value through the writer and back: negative values stay, s >= 0 becomes
-// lround(s / 32768 * 32767).
-TEST(WavRoundTrip, SixteenBitValuesComeBackScaledAboveZero) {
     DecodedFile file;
-    file.sampleRate = 44100;
-    file.channels = 1;
-    for (int v = -32768; v <= 32767; ++v) file.samples.push_back(int16_t(v));
-    std::vector<uint8_t> bytes;
-    ASSERT_TRUE(encode(file, &bytes));
-    DecodedFile back;
-    ASSERT_TRUE(decode(bytes.data(), bytes.size(), &back));
-    ASSERT_EQ(back.samples.size(), file.samples.size());
-    for (size_t i = 0; i < file.samples.size(); ++i) {
-        const int s = file.samples[i];
-        const int expected = s < 0 ? s : int(std::lround(s / 32768.0 * 32767.0));
-        ASSERT_EQ(back.samples[i], expected) << "sample " << s;
-    }
+    ASSERT_TRUE(decode(floats.data(), floats.size(), &file));
+    EXPECT_EQ(file.samples, (std::vector<int16_t>{0, -32768}));
 }
 
-TEST(WavWriter, SoxReadsOurFilesAndTheHeaderIsExact) {
+// Our files byte for byte, read by sox and by Python's wave module, and read back by us: negative
+// values come back as they were, s >= 0 as lround(s / 32768 * 32767). The mono case holds every
+// 16-bit value.
+TEST(WavWriter, OurFilesAreExactAndTheJudgesReadThem) {
     struct Case {
         uint16_t channels;
         uint32_t rate;
         size_t frames;
     };
-    uint32_t seed = 12345;
-    for (const Case& c : {Case{1, 8000, 501}, Case{2, 44100, 1000}, Case{3, 22050, 77}, Case{6, 96000, 40}}) {
+    for (const Case& c : {Case{1, 8000, 65536}, Case{2, 44100, 1000}, Case{3, 22050, 77}, Case{6, 96000, 40}}) {
         SCOPED_TRACE(std::to_string(c.channels) + " channels at " + std::to_string(c.rate));
         DecodedFile file;
         file.channels = c.channels;
         file.sampleRate = c.rate;
-        file.samples = {-32768, 32767};
-        file.samples.resize(c.frames * c.channels);
-        for (size_t i = 2; i < file.samples.size(); ++i) {
-            seed = seed * 1664525u + 1013904223u;
-            file.samples[i] = int16_t(seed >> 16);
+        std::vector<uint8_t> data;
+        for (uint32_t i = 0; i < c.frames * c.channels; ++i) {
+            file.samples.push_back(int16_t(uint16_t(i * 40503u)));  // odd: a permutation of the values
+            data.insert(data.end(), {uint8_t(file.samples.back()), uint8_t(uint16_t(file.samples.back()) >> 8)});
         }
         const std::string path = scratchPath("written_" + std::to_string(c.channels) + ".wav");
         ASSERT_TRUE(encodeFile(path.c_str(), file));
-
         const std::vector<uint8_t> bytes = readBytes(path);
-        const uint32_t dataSize = uint32_t(file.samples.size() * 2);
-        std::vector<uint8_t> header = wavBytes(1, c.channels, c.rate, 16, {});
-        header[4] = uint8_t(dataSize + 36), header[5] = uint8_t((dataSize + 36) >> 8), header[6] = uint8_t((dataSize + 36) >> 16);
-        header[40] = uint8_t(dataSize), header[41] = uint8_t(dataSize >> 8), header[42] = uint8_t(dataSize >> 16);
-        ASSERT_EQ(bytes.size(), 44u + dataSize);
-        EXPECT_EQ(std::vector<uint8_t>(bytes.begin(), bytes.begin() + 44), header);
+        EXPECT_EQ(bytes, wavBytes(1, c.channels, c.rate, 16, data));
 
         bool ok = false;
         const std::vector<int32_t> values = soxSamples(path, &ok);
         ASSERT_TRUE(ok);
         ASSERT_EQ(values.size(), file.samples.size());
         for (size_t i = 0; i < values.size(); ++i) ASSERT_EQ(values[i], int32_t(file.samples[i]) * 65536) << i;
-        // Python's wave module: the parameters, and the frames as the bytes after the header.
-        bool waveOk = false;
         const std::string script =
             "import sys, wave\nw = wave.open(sys.argv[1])\nframes = w.readframes(w.getnframes())\n"
             "print(w.getnchannels(), w.getsampwidth(), w.getframerate(), w.getnframes(), "
             "frames == open(sys.argv[1], 'rb').read()[44:])";
-        const std::string seen = capture(std::string(OT_PYTHON) + " -c " + shellQuote(script) + " " + shellQuote(path), &waveOk);
-        EXPECT_TRUE(waveOk);
+        const std::string seen = capture(std::string(OT_PYTHON) + " -c " + shellQuote(script) + " " + shellQuote(path), &ok);
+        EXPECT_TRUE(ok);
         EXPECT_EQ(seen, std::to_string(c.channels) + " 2 " + std::to_string(c.rate) + " " + std::to_string(c.frames) + " True\n");
-    }
-}
 
-TEST(WavWriter, AnEmptyTrackIs44BytesThatDoNotOpenAgain) {
-    DecodedFile file;
-    file.channels = 2;
-    file.sampleRate = 44100;
-    const std::string path = scratchPath("empty.wav");
-    ASSERT_TRUE(encodeFile(path.c_str(), file));
-    const std::vector<uint8_t> bytes = readBytes(path);
-    EXPECT_EQ(bytes, wavBytes(1, 2, 44100, 16, {}));
-    EXPECT_EQ(bytes.size(), 44u);
-    DecodedFile back;
-    EXPECT_FALSE(decodeFile(path.c_str(), &back));
+        DecodedFile back;
+        ASSERT_TRUE(decode(bytes.data(), bytes.size(), &back));
+        ASSERT_EQ(back.samples.size(), file.samples.size());
+        for (size_t i = 0; i < file.samples.size(); ++i) {
+            const int s = file.samples[i];
+            ASSERT_EQ(back.samples[i], s < 0 ? s : int(std::lround(s / 32768.0 * 32767.0))) << "sample " << s;
+        }
+    }
 }
 
 TEST(WavWriter, RefusesWhatAPlainHeaderCannotHold) {
@@ -341,8 +296,6 @@ TEST(WavHostile, ClaimsBeyondTheFileFailOrStayWithinItsSize) {
         {"fmt size 0xFFFFFFF0", patched(base, 16, 0xFFFFFFF0u, 4), false},
         {"RIFF size 0xFFFFFFFF (not read)", patched(base, 4, 0xFFFFFFFFu, 4), true},
         {"65535 channels of 32 bits", patched(patched(base, 22, 65535, 2), 34, 32, 2), false},
-        {"zero channels", patched(base, 22, 0, 2), false},
-        {"zero rate", patched(base, 24, 0, 4), false},
         {"block align 0 (not read)", patched(base, 32, 0, 2), true},
         {"rate 0xFFFFFFFF", patched(base, 24, 0xFFFFFFFFu, 4), true},
     };
