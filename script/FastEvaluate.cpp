@@ -7,6 +7,7 @@
 #include "script/FastScalarOps.h"
 #include "script/Operations.h"
 #include "script/OrvaneScript.h"
+#include "script/PackedScalar.h"
 
 namespace orvane {
 
@@ -214,19 +215,9 @@ bool OrvaneScript::tryEvaluateFastExpressionIntNode(const FastExpression& e, int
         int32_t a, b;
         if (!tryEvaluateFastExpressionIntNode(e, node.left, tokens, analyses, a)) return false;
         if (!tryEvaluateFastExpressionIntNode(e, node.right, tokens, analyses, b)) return false;
-        switch (node.kind) {
-        case Kind::Add: out = wrap(int64_t(a) + b); return true;
-        case Kind::Sub: out = wrap(int64_t(a) - b); return true;
-        case Kind::Mul: out = wrap(int64_t(a) * b); return true;
-        case Kind::IntDiv:
-            if (b == 0) throw std::runtime_error("Division by zero");
-            out = wrap(int64_t(a) / b);
-            return true;
-        default:
-            if (b == 0) throw std::runtime_error("Division by zero");
-            out = wrap(int64_t(a) % b);
-            return true;
-        }
+        // Two integers give an integer by the scalar arithmetic's one rule.
+        out = packed::intOf(packed::arithmetic(node.kind, packed::packInt(a), packed::packInt(b)));
+        return true;
     }
     default: return false;
     }
