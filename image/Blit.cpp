@@ -88,8 +88,8 @@ inline V nearest4(F u, F limit) {
 }
 
 // Target pixels from source columns and rows, -1 in `columns` for none: four at a time,
-// gathered, blended or copied, and put back only where there is a source pixel. `columns` and
-// `rows` run on to a multiple of four.
+// gathered, blended or copied, and put back only where there is a source pixel; the last group
+// covers what is left. `columns` and `rows` run on to a multiple of four.
 void drawMapped(uint8_t* t, const uint8_t* source, int32_t sourceWidth, const int32_t* columns,
                 const int32_t* rows, size_t count, bool blend) {
     // Lanes without a source pixel read the first one, and are put back as they were.
@@ -99,18 +99,20 @@ void drawMapped(uint8_t* t, const uint8_t* source, int32_t sourceWidth, const in
         std::memcpy(&value, source + at * 4, 4);
         return value;
     };
+    auto draw = [&](size_t i, V none, V old) {
+        const V s = lanes32(pixel(i), pixel(i + 1), pixel(i + 2), pixel(i + 3));
+        return select(none, old, blend ? blend4(s, old) : s);
+    };
     size_t i = 0;
     for (; i + 4 <= count; i += 4) {
         const V none = greater32(zero(), load(columns + i));
-        if (all_set(none)) continue;
-        const V s = lanes32(pixel(i), pixel(i + 1), pixel(i + 2), pixel(i + 3));
-        const V old = load(t + i * 4);
-        store(t + i * 4, select(none, old, blend ? blend4(s, old) : s));
+        if (!all_set(none)) store(t + i * 4, draw(i, none, load(t + i * 4)));
     }
-    for (; i < count; ++i) {
-        if (columns[i] < 0) continue;
-        const V s = from32(pixel(i));
-        store4(t + i * 4, blend ? blend4(s, load4(t + i * 4)) : s);
+    if (i < count) {
+        const size_t bytes = (count - i) * 4;
+        const V past = greater32(lanes32(0, 1, 2, 3), splat32(uint32_t(count - i - 1)));
+        const V none = or_(greater32(zero(), load(columns + i)), past);
+        store_partial(t + i * 4, draw(i, none, load_partial(t + i * 4, bytes)), bytes);
     }
 }
 
@@ -211,8 +213,10 @@ void generalBlit(NuvraImage& target, const NuvraImage& image, const uint8_t* sou
         }
     }
     const F halfW = splatf(float(image.width) / 2.0f), halfH = splatf(float(image.height) / 2.0f);
+    // Dividing by a scale of 1 changes nothing, and a division costs as much as the rest of a step.
+    auto overScale = [&](F a) { return scale == 1.0f ? a : divf(a, scaleLanes); };
     auto rows = [&](int32_t first, int32_t end) {
-        constexpr size_t kPiece = 64;
+        constexpr size_t kPiece = 256;
         int32_t su[kPiece], sv[kPiece];
         if (unrotated) {
             for (int32_t py = y0 + first; py < y0 + end; ++py) {
@@ -228,20 +232,23 @@ void generalBlit(NuvraImage& target, const NuvraImage& image, const uint8_t* sou
             return;
         }
         // Turned, the source is walked aslant: strips of the box a piece wide keep the source
-        // pixels of one row at hand for the next.
+        // pixels of one row at hand for the next. The columns a row can draw are found once.
+        std::vector<ColumnRange> rowRanges;
+        for (int32_t py = y0 + first; py < y0 + end; ++py)
+            rowRanges.push_back(turnedRowRange(float(py) - cy, cx, cosA, sinA, scale, image.width, image.height, x0, x1));
         for (size_t done = 0; done < columns; done += kPiece) {
-            const size_t n = std::min(kPiece, columns - done);
+            const int64_t stripFirst = x0 + int64_t(done), stripEnd = x0 + int64_t(std::min(done + kPiece, columns));
             for (int32_t py = y0 + first; py < y0 + end; ++py) {
                 const float dy = float(py) - cy;
-                const ColumnRange range = turnedRowRange(dy, cx, cosA, sinA, scale, image.width, image.height,
-                                                         x0 + int64_t(done), x0 + int64_t(done + n));
-                if (range.first >= range.end) continue;
-                const size_t from = size_t(range.first - x0), count = size_t(range.end - range.first);
-                uint8_t* t = target.pixels + (int64_t(target.width) * py + range.first) * 4;
+                const ColumnRange& row = rowRanges[size_t(py - y0 - first)];
+                const int64_t firstColumn = std::max(row.first, stripFirst), endColumn = std::min(row.end, stripEnd);
+                if (firstColumn >= endColumn) continue;
+                const size_t from = size_t(firstColumn - x0), count = size_t(endColumn - firstColumn);
+                uint8_t* t = target.pixels + (int64_t(target.width) * py + firstColumn) * 4;
                 const F dySin = splatf(dy * sinA), dyCos = splatf(dy * cosA);
                 for (size_t i = 0; i < count; i += 4) {
-                    const V u = nearest4(addf(divf(addf(loadf(&dxCos[from + i]), dySin), scaleLanes), halfW), limitU);
-                    const V v = nearest4(addf(divf(subf(dyCos, loadf(&dxSin[from + i])), scaleLanes), halfH), limitV);
+                    const V u = nearest4(addf(overScale(addf(loadf(&dxCos[from + i]), dySin)), halfW), limitU);
+                    const V v = nearest4(addf(overScale(subf(dyCos, loadf(&dxSin[from + i]))), halfH), limitV);
                     // A column of -1 marks the pixel as outside, whichever of the two is.
                     store(su + i, or_(u, greater32(zero(), v)));
                     store(sv + i, v);
