@@ -264,9 +264,9 @@ const FixedTables& fixed_tables() {
 }
 
 // The output lives in a buffer with spare room past its end, so that copies may write whole
-// words; only `size` bytes are kept in the end. `front` spare bytes may go before it: they come
-// with the growth to the limit, once the input has shown that the stream can be about that long,
-// so that a tiny stream claiming a huge output cannot make us allocate them.
+// words; only `size` bytes are kept in the end. `front` spare bytes may go before an output that
+// fills the limit exactly: they come with the growth to the limit, once the input has shown that
+// the stream can be about that long, so that a tiny stream cannot make us allocate them.
 struct Output {
     static constexpr size_t kSlack = 32;
     std::vector<uint8_t> storage;
@@ -591,8 +591,8 @@ bool inflate_spans(const std::vector<ByteSpan>& spans, std::vector<uint8_t>& out
     in.align_to_byte();
     if (!in.used_up()) return false;
     if (adler32_bytes(out.bytes, out.size) != read_u32_be(trailer)) return false;
+    if (front && out.size != limit) return false;
     out.storage.resize(out.offset + out.size);
-    if (out.offset != front) out.storage.insert(out.storage.begin(), front, 0);  // short of the limit
     output.swap(out.storage);
     return true;
 }

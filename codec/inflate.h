@@ -18,8 +18,9 @@ bool inflate_zlib_stream(const uint8_t* data, size_t size, std::vector<uint8_t>&
 
 class Inflater {
 public:
-    // Inflates all of the zlib stream that the spans make together. The output begins with
-    // `front` spare bytes, zero, for a reader that turns the stream into its image in place.
+    // Inflates all of the zlib stream that the spans make together. With `front` spare bytes,
+    // zero, before the output, for a reader that turns the stream into its image in place, the
+    // output must be exactly `limit` bytes long.
     bool start(const std::vector<ByteSpan>& spans, size_t limit = SIZE_MAX, size_t front = 0);
     // The next `count` bytes of the output, or null when fewer are left.
     const uint8_t* read_exact(size_t count);
