@@ -216,7 +216,7 @@ void generalBlit(NuvraImage& target, const NuvraImage& image, const uint8_t* sou
     // Dividing by a scale of 1 changes nothing, and a division costs as much as the rest of a step.
     auto overScale = [&](F a) { return scale == 1.0f ? a : divf(a, scaleLanes); };
     auto rows = [&](int32_t first, int32_t end) {
-        constexpr size_t kPiece = 256;
+        constexpr size_t kPiece = 512;
         int32_t su[kPiece], sv[kPiece];
         if (unrotated) {
             for (int32_t py = y0 + first; py < y0 + end; ++py) {
