@@ -1,32 +1,16 @@
 #!/usr/bin/env bash
 # Runs each OrvaneRuby benchmark (bench/ruby/*.rb, valid in both dialects) with our interpreter
-# and with the reference interpreter `ruby`, several times each; checks that both print the
-# same, and prints the medians and their ratio (ours / reference; below 1 is faster).
+# and with the reference interpreter `ruby`, several times each (a ratio below 1 is faster).
 #   ruby.sh ORVANERUBY [RUNS]
 set -euo pipefail
 exe=$(realpath "$1")
 runs=${2:-5}
 here=$(cd "$(dirname "$0")" && pwd)
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+source "$here/compare.sh"
+ours() { "$exe" "$script"; }
+reference() { ruby "$script"; }
 
-median() { sort -n | awk '{ a[NR] = $1 } END { print a[int((NR + 1) / 2)] }'; }
-seconds() { local start end; start=$(date +%s.%N); "$@" > "$work/out" 2>&1; end=$(date +%s.%N); echo "$end - $start" | bc; }
-
-printf '%-14s %12s %12s %8s\n' benchmark "ours (s)" "ruby (s)" ratio
+heading ours ruby
 for script in "$here"/ruby/*.rb; do
-  name=$(basename "$script" .rb)
-  ours=(); theirs=()
-  for _ in $(seq "$runs"); do
-    ours+=("$(seconds "$exe" "$script")")
-    cp "$work/out" "$work/ours.txt"
-    theirs+=("$(seconds ruby "$script")")
-    cp "$work/out" "$work/theirs.txt"
-  done
-  if ! cmp -s "$work/ours.txt" "$work/theirs.txt"; then
-    echo "$name: outputs differ"; diff "$work/ours.txt" "$work/theirs.txt" | head -5; exit 1
-  fi
-  a=$(printf '%s\n' "${ours[@]}" | median)
-  b=$(printf '%s\n' "${theirs[@]}" | median)
-  printf '%-14s %12.3f %12.3f %8.2f\n' "$name" "$a" "$b" "$(echo "$a / $b" | bc -l)"
+  compare "$(basename "$script" .rb)"
 done

@@ -1,34 +1,18 @@
 #!/usr/bin/env bash
-# Runs each script benchmark (bench/*/X.ov beside X.lua) with our executable and with lua5.4,
-# several times each; checks that both print the same, and prints the medians and their ratio.
+# Runs each script benchmark (bench/*/X.ov beside X.lua) with our executable, which starts the
+# script as its bootstrap lua.ov, and with lua5.4, several times each.
 #   scripts.sh EXECUTABLE [RUNS]
 set -euo pipefail
 exe=$(realpath "$1")
 runs=${2:-5}
 here=$(cd "$(dirname "$0")" && pwd)
-work=$(mktemp -d)
-trap 'rm -rf "$work"' EXIT
+source "$here/compare.sh"
+ours() { (cd "$work" && "$exe"); }
+reference() { (cd "$(dirname "$script")" && lua5.4 "${script%.ov}.lua"); }
 
-median() { sort -n | awk '{ a[NR] = $1 } END { print a[int((NR + 1) / 2)] }'; }
-seconds() { local start end; start=$(date +%s.%N); "$@" > "$work/out" 2>&1; end=$(date +%s.%N); echo "$end - $start" | bc; }
-
-printf '%-14s %12s %12s %8s\n' benchmark "ovs (s)" "lua5.4 (s)" ratio
+heading ovs lua5.4
 for script in "$here"/*/*.ov; do
-  name=$(basename "$script" .ov)
-  reference=${script%.ov}.lua
-  [ -f "$reference" ] || continue
+  [ -f "${script%.ov}.lua" ] || continue
   cp "$script" "$work/lua.ov"
-  ours=(); theirs=()
-  for _ in $(seq "$runs"); do
-    ours+=("$(cd "$work" && seconds "$exe")")
-    cp "$work/out" "$work/ours.txt"
-    theirs+=("$(cd "$(dirname "$reference")" && seconds lua5.4 "$reference")")
-    cp "$work/out" "$work/theirs.txt"
-  done
-  if ! cmp -s "$work/ours.txt" "$work/theirs.txt"; then
-    echo "$name: outputs differ"; diff "$work/ours.txt" "$work/theirs.txt" | head -5; exit 1
-  fi
-  a=$(printf '%s\n' "${ours[@]}" | median)
-  b=$(printf '%s\n' "${theirs[@]}" | median)
-  printf '%-14s %12.3f %12.3f %8.1f\n' "$name" "$a" "$b" "$(echo "$a / $b" | bc -l)"
+  compare "$(basename "$script" .ov)"
 done
