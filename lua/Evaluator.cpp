@@ -894,10 +894,16 @@ void LuaVM::Impl::assignTarget(AssignTarget& target, Value value, Environment& e
         if (Value* slot = e ? e->slot(target.slot) : nullptr) *slot = std::move(value);
         return;
     }
+    assignElement(target, std::move(value), env);
+}
+
+// One value into a table element: `t[k] = v` or `t.name = v`.
+void LuaVM::Impl::assignElement(AssignTarget& target, Value value, Environment& env) {
     Value holder;
     const Value* object;
-    if (target.kind == 1 || target.indexPure) object = operand(*this, *target.object, env, holder);
-    else {
+    if (target.kind == 1 || target.indexPure) {
+        object = operand(*this, *target.object, env, holder);
+    } else {
         holder = evaluateExpression(*target.object, env);
         object = &holder;
     }
@@ -912,14 +918,22 @@ void LuaVM::Impl::assignTarget(AssignTarget& target, Value value, Environment& e
         return;
     }
     Value keyHolder;
-    const Value* keyValue = operand(*this, *target.index, env, keyHolder);
-    if (keyValue->type() == ValueType::Integer) {
-        tableSetInteger(table, keyValue->integerValue(), std::move(value));
+    const Value* key = operand(*this, *target.index, env, keyHolder);
+    if (key->type() == ValueType::Integer) {
+        int64_t k = key->integerValue();
+        // An element already in the array part, with no length cache to keep: store it.
+        if (k >= 1 && uint64_t(k) <= table->array.size() && table->hash.empty() &&
+            table->lengthVersion != table->version) {
+            table->array[size_t(k - 1)] = std::move(value);
+            table->version++;
+            return;
+        }
+        tableSetInteger(table, k, std::move(value));
         return;
     }
-    TableKeyView key;
-    if (!tryMakeKeyView(*keyValue, key)) failRuntime(target.line, "table index must be a number, string, or boolean");
-    tableSetView(table, key, std::move(value));
+    TableKeyView view;
+    if (!tryMakeKeyView(*key, view)) failRuntime(target.line, "table index must be a number, string, or boolean");
+    tableSetView(table, view, std::move(value));
 }
 
 Flow LuaVM::Impl::executeAssignment(AssignmentStmt& s, Environment& env) {
@@ -1165,42 +1179,7 @@ Flow execAssignElement(Impl& vm, Stmt& stmt, Environment& env) {
     auto& s = static_cast<AssignmentStmt&>(stmt);
     AssignTarget& target = s.targets[0];
     Expr& valueExpr = *s.values[0];
-    Value value = valueExpr.eval(vm, valueExpr, env);
-    Value holder;
-    const Value* object;
-    if (target.kind == 1 || target.indexPure) {
-        object = operand(vm, *target.object, env, holder);
-    } else {
-        holder = target.object->eval(vm, *target.object, env);
-        object = &holder;
-    }
-    if (object->type() != ValueType::Table)
-        failRuntime(target.line, "attempt to assign into a " + describeValueType(*object) + " value");
-    Table* table = object->tablePointer();
-    if (target.kind == 1) {
-        TableKeyView key;
-        key.kind = 1;
-        key.stringValue = target.name;
-        tableSetView(table, key, std::move(value));
-        return Flow::Normal;
-    }
-    Value keyHolder;
-    const Value* key = operand(vm, *target.index, env, keyHolder);
-    if (key->type() == ValueType::Integer) {
-        int64_t k = key->integerValue();
-        // An element already in the array part, with no length cache to keep: store it.
-        if (k >= 1 && uint64_t(k) <= table->array.size() && table->hash.empty() &&
-            table->lengthVersion != table->version) {
-            table->array[size_t(k - 1)] = std::move(value);
-            table->version++;
-            return Flow::Normal;
-        }
-        tableSetInteger(table, k, std::move(value));
-        return Flow::Normal;
-    }
-    TableKeyView view;
-    if (!tryMakeKeyView(*key, view)) failRuntime(target.line, "table index must be a number, string, or boolean");
-    tableSetView(table, view, std::move(value));
+    vm.assignElement(target, valueExpr.eval(vm, valueExpr, env), env);
     return Flow::Normal;
 }
 

@@ -203,6 +203,7 @@ struct LuaVM::Impl {
     bool compareValues(const Value& a, const Value& b, TokenKind op, uint32_t line);
     Value indexValue(const Value& object, const Value& key, uint32_t line);
     void assignTarget(AssignTarget& target, Value value, Environment& env, bool isLocal);
+    void assignElement(AssignTarget& target, Value value, Environment& env);
     MultiValue callValue(CallExpr& call, Environment& env);
     MultiValue callValue(const Value& value, ValueSpan args, uint32_t line);
     MultiValue callHandle(const LuaFunctionHandle* handle, ValueSpan args, uint32_t line);
